@@ -1,0 +1,93 @@
+// The block type table and the factory over it.
+#include "document/block_types.h"
+
+#include "engine/vrok_instance.h"
+
+namespace {
+
+template <class Block>
+CAudioBlock* Make(VrokInstance& engine, float sampleRate) {
+    return new Block(&engine, sampleRate);
+}
+
+constexpr int kArpeggiatorType = 44;
+
+// Types 13..16 and 28..31 are the external knobs 0..7; they have no palette code.
+const BlockType kBlockTypes[] = {
+    // type palette  display name            create
+    {0, 0x1001, "Output", nullptr},
+    {1, 0x201, "Filter", nullptr},
+    {2, 0x801, "|Envelope", nullptr},
+    {3, 0x802, "LFO", nullptr},
+    {4, 0x101, "|Osc", nullptr},
+    {5, 0x4001, "Scope", nullptr},
+    {6, 0x206, "Amplifier", nullptr},
+    {7, 0x104, "Noise", nullptr},
+    {8, 0x804, "Knob", nullptr},
+    {9, -5, "Large Scope", nullptr},
+    {10, 0x103, "Fixed Osc", nullptr},
+    {11, -5, "Spectrum", nullptr},
+    {12, -5, "VU-meter", nullptr},
+    {13, 0, "ExtKnob T", nullptr},
+    {14, 0, "ExtKnob T", nullptr},
+    {15, 0, "ExtKnob T", nullptr},
+    {16, 0, "ExtKnob T", nullptr},
+    {17, 0x805, "|Velocity", nullptr},
+    {18, 0x102, "|SubOsc", nullptr},
+    {19, 0x202, "Delay", nullptr},
+    {20, 0x203, "|Delay", nullptr},
+    {21, 0x204, "|Filterdelay", nullptr},
+    {22, -5, "Spectrum Analyser", nullptr},
+    {23, 0x803, "|Custom Envelope", nullptr},
+    {24, 0x205, "Waveshaper", nullptr},
+    {25, 0x1002, "Output", nullptr},
+    {26, 0x208, "Rescale", nullptr},
+    {27, 0x207, "Invert", nullptr},
+    {28, 0, "ExtKnob T", nullptr},
+    {29, 0, "ExtKnob T", nullptr},
+    {30, 0, "ExtKnob T", nullptr},
+    {31, 0, "ExtKnob T", nullptr},
+    {32, 0x105, "|HyperOsc", nullptr},
+    {33, 0x806, "|Keytrack", nullptr},
+    {34, 0x209, "BitCrusher", nullptr},
+    {35, 0x80F, "|Random", nullptr},
+    {39, 0x106, "|Impulse", nullptr},
+    {40, 0x20A, "Clipper", nullptr},
+    {41, 0x20B, "VU Tracker", nullptr},
+    {42, 0x108, "|PWMOsc", nullptr},
+    {43, 0x107, "|SyncOsc", nullptr},
+    {44, 0x1006, "Arpeggiator", nullptr},
+    {46, 0x20C, "Crossfade", nullptr},
+    {47, 0x811, "|ModWheel", nullptr},
+    {48, 0x810, "|Aftertouch", nullptr},
+    {49, 0x109, "Input", nullptr},
+    {50, 0x10A, "Stereo Input", nullptr},
+    {51, 0x812, "EnvTrigger", nullptr},
+    {52, 0x1008, "Audio Trigger", nullptr},
+    {53, 0x20D, "Monophone", nullptr},
+    {54, 0x813, "Dyn. Follower", nullptr},
+    {55, 0x814, "|Advanced Envelope", nullptr},
+    {56, 0x20E, "Filter", nullptr},
+    {57, 0x20F, "Eq", nullptr},
+    {58, 0x10B, "|Sampler", nullptr},
+    {59, 0x210, "Formant", nullptr},
+};
+
+}  // namespace
+
+std::span<const BlockType> BlockTypes() { return kBlockTypes; }
+
+const BlockType* FindBlockType(int type) {
+    for (const BlockType& row : kBlockTypes)
+        if (row.type == type) return &row;
+    return nullptr;
+}
+
+CAudioBlock* CreateBlock(VrokInstance& engine, int type, float sampleRate) {
+    const BlockType* row = FindBlockType(type);
+    if (!row || !row->create) return nullptr;
+    if (type == kArpeggiatorType && engine.arpeggiatorPresent) return nullptr;
+    CAudioBlock* block = row->create(engine, sampleRate);
+    block->type = type;
+    return block;
+}

@@ -1,0 +1,46 @@
+// The value-format helpers.
+#include "engine/value_format.h"
+
+#include <cmath>
+#include <sstream>
+
+std::string FormatSignificant(double value, int digits) {
+    std::ostringstream out;
+    out.precision(digits);
+    out << value;
+    return out.str();
+}
+
+namespace {
+std::string Three(double value) { return FormatSignificant(value, 3); }
+}  // namespace
+
+std::string FormatBipolar(float v) { return Three(2.0f * v - 1.0f); }
+
+std::string FormatSemitones(float v) { return Three(24.0f * v - 12.0f); }
+
+std::string FormatDecibels(float v) {
+    if (double(v) < 0.001) return "-inf";
+    return Three(20.0 * std::log10(double(v))) + "dB";
+}
+
+std::string FormatPan(float v) {
+    if (std::fabs(v - 0.5f) < 0.01f) return "center";
+    if (v < 0.5f) return Three((0.5f - v) * 200.0f) + "% left";
+    return Three((v - 0.5f) * 200.0f) + "% right";
+}
+
+std::string FormatHertz(float v) { return Three(std::pow(2.0, 60.0 * v / 12.0) * 0.4296875 * 0.5) + "Hz"; }
+
+int EnvelopeLengthSamples(float v, float sampleRate) {
+    double e = std::pow(double(v), 0.54);
+    double b = double(sampleRate) * 6.0 * 0.015625;
+    return int(std::pow(b, e) * 64.0);
+}
+
+std::string FormatEnvelopeTime(float v, float sampleRate) {
+    int ms = int(EnvelopeLengthSamples(v, sampleRate) * 1000.0 / sampleRate);
+    return std::to_string(ms) + "ms";
+}
+
+std::string FormatPercent(float v) { return Three(100.0f * v) + "%"; }

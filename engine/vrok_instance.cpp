@@ -1,0 +1,389 @@
+// VrokInstance: construction, graph edits, evaluation order and the render loop.
+// The voice logic is in voices.cpp.
+//
+// Index: [SECTION] Construction  [SECTION] Graph edits  [SECTION] Order
+//        [SECTION] Render
+#include "engine/vrok_instance.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "engine/log.h"
+
+std::atomic<int> VrokInstance::voiceCursor{0};
+
+int ExternalKnobIndex(int type) {
+    if (type >= 13 && type <= 16) return type - 13;
+    if (type >= 28 && type <= 31) return type - 28 + 4;
+    return -1;
+}
+
+// [SECTION] Construction
+
+VrokInstance::VrokInstance(BlockFactory blockFactory) : factory(blockFactory) {
+    LoadOrBuildWaveTables(waveSets);
+    NoteTables::Acquire();
+    heldNotes.reserve(kMaxHeldNotes);
+    roots.reserve(kMaxBlocks);
+    for (int v = 0; v < kMaxVoices; ++v) {
+        portamentoPosition[v] = 1.0f;
+        targetNote[v] = 0;
+        voicePitch[v] = -1.0f;
+        voiceVelocity[v] = -1.0f;
+        voiceNote[v] = -1;
+    }
+    Log(0, "Vrok instance created");
+}
+
+VrokInstance::~VrokInstance() {
+    for (int slot = 0; slot < kMaxBlocks; ++slot) DeleteBlock(slot);
+    reverb.reset();
+    chorus.reset();
+    delay.reset();
+    NoteTables::Release();
+}
+
+// [SECTION] Graph edits
+
+bool VrokInstance::InsertBlock(int type, int slot, int* outSlot) {
+    std::lock_guard guard(lock);
+    if (slot == -1) {
+        slot = int(std::find(std::begin(blocks), std::end(blocks), nullptr) - std::begin(blocks));
+        if (slot == kMaxBlocks) return false;
+    }
+    if (slot < 0 || slot >= kMaxBlocks || blocks[slot]) return false;
+    CAudioBlock* block = factory ? factory(*this, type, sampleRate) : nullptr;
+    if (!block) return false;
+    if (outSlot) *outSlot = slot;
+    block->index = slot;
+    block->disconnected = true;
+    if (int knob = ExternalKnobIndex(type); knob >= 0) {
+        extKnobPresent[knob] = 1;
+        extKnobSlot[knob] = slot;
+    }
+    blocks[slot] = block;
+    block->posX = int(placement() % unsigned(std::max(1, 800 - block->width)));
+    block->posY = 596 - block->height;
+    return true;
+}
+
+void VrokInstance::DeleteBlock(int slot) {
+    delete blocks[slot];
+    blocks[slot] = nullptr;
+}
+
+void VrokInstance::RemoveBlockAt(int slot) {
+    std::lock_guard guard(lock);
+    if (slot < 0 || slot >= kMaxBlocks || !blocks[slot]) return;
+    if (int knob = ExternalKnobIndex(blocks[slot]->type); knob >= 0) extKnobPresent[knob] = 0;
+    for (Connection& c : connections) {
+        if (c.inUse && c.fromBlock == slot) {
+            c.inUse = false;
+            CAudioBlock& dest = *blocks[c.toBlock];
+            int* end = dest.sources + dest.numSources;
+            int* found = std::find(dest.sources, end, slot);
+            if (found != end) {
+                int at = int(found - dest.sources);
+                std::copy(found + 1, end, found);
+                std::copy(dest.sourcePorts + at + 1, dest.sourcePorts + dest.numSources, dest.sourcePorts + at);
+                --dest.numSources;
+            }
+        }
+        if (c.toBlock == slot) c.inUse = false;
+    }
+    DeleteBlock(slot);
+    RebuildOrder();
+}
+
+void VrokInstance::RemoveBlock(CAudioBlock* block) {
+    if (!block) return;
+    std::lock_guard guard(lock);
+    for (int slot = 0; slot < kMaxBlocks; ++slot)
+        if (blocks[slot] == block) RemoveBlockAt(slot);
+}
+
+void VrokInstance::ClearPatch() {
+    std::lock_guard guard(lock);
+    for (Connection& c : connections) c.inUse = false;
+    RebuildOrder();
+    for (int slot = 0; slot < kMaxBlocks; ++slot) DeleteBlock(slot);
+    std::fill(std::begin(extKnobPresent), std::end(extKnobPresent), 0);
+}
+
+bool VrokInstance::PathExists(int from, int to) const {
+    // Iterative walk with a mark per slot, so a dense graph costs one visit per block.
+    bool seen[kMaxBlocks] = {};
+    int stack[kMaxBlocks];
+    int depth = 0;
+    stack[depth++] = from;
+    seen[from] = true;
+    while (depth > 0) {
+        int id = stack[--depth];
+        if (id == to) return true;
+        for (const Connection& c : connections) {
+            if (c.inUse && c.fromBlock == id && !seen[c.toBlock]) {
+                seen[c.toBlock] = true;
+                stack[depth++] = c.toBlock;
+            }
+        }
+    }
+    return false;
+}
+
+Connection* VrokInstance::Connect(int from, int to, int port) {
+    std::lock_guard guard(lock);
+    if (from == -1 || to == -1) return nullptr;
+    if (from < 0 || from >= kMaxBlocks || to < 0 || to >= kMaxBlocks || !blocks[from] || !blocks[to]) return nullptr;
+    if (port < 0 || port >= blocks[to]->numPorts) return nullptr;
+    if (from == to) return nullptr;
+    for (const Connection& c : connections)
+        if (c.inUse && c.fromBlock == from && c.toBlock == to && c.toPort == port) return nullptr;
+    if (PathExists(to, from)) return nullptr;
+    Connection* free = std::find_if(std::begin(connections), std::end(connections),
+                                    [](const Connection& c) { return !c.inUse; });
+    if (free == std::end(connections)) return nullptr;
+    *free = Connection{from, to, port, 1.0f, true};
+    CAudioBlock& dest = *blocks[to];
+    // Disconnecting leaves these lists stale, so they can fill up even below the wire
+    // limit; nothing reads them, and they simply stop growing then.
+    if (dest.numSources < kMaxConnections) {
+        dest.sources[dest.numSources] = from;
+        dest.sourcePorts[dest.numSources] = port;
+        ++dest.numSources;
+    }
+    dest.ports[port]->hasConnection = true;
+    return free;
+}
+
+void VrokInstance::Disconnect(Connection* connection) {
+    if (connection < std::begin(connections) || connection >= std::end(connections)) return;
+    std::lock_guard guard(lock);
+    connection->inUse = false;
+    RebuildOrder();
+}
+
+// [SECTION] Order
+
+void VrokInstance::RebuildOrder() {
+    std::lock_guard guard(lock);
+    orderCount = 0;
+    rootCount = 0;
+    roots.clear();
+    std::fill(std::begin(order), std::end(order), 0);
+    std::fill(std::begin(rootList), std::end(rootList), 0);
+    int outputs[kMaxBlocks];
+    int numOutputs = 0;
+    for (int slot = 0; slot < kMaxBlocks; ++slot) {
+        CAudioBlock* b = blocks[slot];
+        if (!b) continue;
+        b->visited = false;
+        b->monophonic = false;
+        b->polyphonicVisits = 0;
+        b->reached = false;
+        if (b->isOutput) outputs[numOutputs++] = slot;
+    }
+    auto clearVisited = [this] {
+        for (CAudioBlock* b : blocks)
+            if (b) b->visited = false;
+    };
+    for (int k = 0; k < numOutputs; ++k) {
+        clearVisited();
+        Visit(outputs[k]);
+        clearVisited();
+        CollectRoots(outputs[k]);
+    }
+    for (int slot = 0; slot < kMaxBlocks; ++slot) {
+        CAudioBlock* b = blocks[slot];
+        if (!b) continue;
+        if (!b->reached) {
+            b->disconnected = true;
+            if (b->connected) {
+                b->connected = false;
+                b->displayResetPending = true;
+                b->Reset();
+            }
+        } else {
+            b->connected = true;
+            b->disconnected = false;
+        }
+        b->visited = false;
+        if (b->isOutput) {
+            bool fed = std::any_of(std::begin(connections), std::end(connections),
+                                   [slot](const Connection& c) { return c.inUse && c.toBlock == slot; });
+            if (!fed) b->disconnected = true;
+        }
+    }
+    for (CAudioBlock* b : blocks)
+        if (b) b->polyphonicVisits = 0;
+    for (int root : roots) PolyphonyWalk(root, false);
+    for (CAudioBlock* b : blocks)
+        if (b) b->monophonic = b->polyphonicVisits == 0;
+    SetBend(bend);
+}
+
+void VrokInstance::Visit(int id) {
+    for (const Connection& c : connections) {
+        if (c.inUse && c.toBlock == id && !blocks[c.fromBlock]->reached) {
+            Visit(c.fromBlock);
+            blocks[c.fromBlock]->reached = true;
+        }
+    }
+    blocks[id]->reached = true;
+    order[orderCount++] = id;
+}
+
+void VrokInstance::CollectRoots(int id) {
+    CAudioBlock* b = blocks[id];
+    if (!b || b->visited) return;
+    int inputs = 0;
+    for (const Connection& c : connections) {
+        if (c.inUse && c.toBlock == id) {
+            CollectRoots(c.fromBlock);
+            ++inputs;
+        }
+    }
+    // Visited is cleared between outputs, so a root feeding two outputs is listed twice;
+    // the polyphony walk does not mind.
+    if (inputs == 0 && rootCount < kMaxBlocks) {
+        rootList[rootCount++] = id;
+        roots.push_back(id);
+    }
+    b->visited = true;
+}
+
+void VrokInstance::PolyphonyWalk(int id, bool inputPolyphonic) {
+    CAudioBlock& b = *blocks[id];
+    bool polyphonic = b.IsPolyphonic(inputPolyphonic) || inputPolyphonic;
+    if (polyphonic) ++b.polyphonicVisits;
+    for (const Connection& c : connections)
+        if (c.inUse && c.fromBlock == id) PolyphonyWalk(c.toBlock, polyphonic);
+}
+
+// [SECTION] Render
+
+void VrokInstance::Render(StereoBuffers buffers, int numSamples) {
+    // Callers split host buffers; a longer one would overrun every block's rows.
+    if (numSamples <= 0 || numSamples > kMaxFrames) return;
+    std::lock_guard guard(lock);
+    int numWorkers = 0;
+    for (CAudioBlock* b : blocks) {
+        if (!b) continue;
+        b->visited = false;
+        if (b->hasOutputWork) outputWorkers[numWorkers++] = b;
+    }
+    if (numWorkers > 0) {
+        AdvanceGlides(numSamples);
+        if (arpeggiatorActive && arpeggiator) {
+            arpeggiator->countdown -= numSamples;
+            if (arpeggiator->countdown < 1) {
+                arpeggiator->Step();
+                arpeggiator->countdown += int(float(samplesPerBar) / (arpeggiator->StepRate() * 16.0f));
+            }
+        }
+        RunBlocks(numSamples);
+        for (int k = 0; k < numWorkers; ++k) outputWorkers[k]->OutputWork(buffers, numSamples, kHostScale);
+    }
+    // The master stage runs even with no graph, over whatever the rows hold, and its
+    // order is fixed: chorus, delay, reverb.
+    if (chorusOn && chorus) chorus->Process(buffers, numSamples);
+    if (delayOn && delay) delay->Process(buffers, numSamples);
+    if (reverbOn && reverb) reverb->Process(buffers, numSamples);
+}
+
+void VrokInstance::RunBlocks(int numSamples) {
+    std::lock_guard guard(lock);
+    for (int k = 0; k < orderCount; ++k) {
+        CAudioBlock& b = *blocks[order[k]];
+        b.PrepareBlock(numSamples);
+        if (!b.monophonic) {
+            SumInputsPolyphonic(b, numSamples);
+            for (int v = 0; v < numVoices; ++v) b.Work(v, numSamples);
+        } else {
+            SumInputsMonophonic(b, numSamples);
+            b.Work(0, numSamples);
+            for (int v = 1; v < numVoices; ++v) {
+                b.active[v] = b.active[0];
+                std::memcpy(b.output[v], b.output[0], sizeof(float) * numSamples);
+            }
+        }
+        if (peakMetering) MeasurePeaks(b, numSamples);
+    }
+    RetireVoices();
+}
+
+namespace {
+void MixInto(InputPort& port, int row, const float* source, int numSamples) {
+    float* dest = port.buffer[row];
+    if (!port.written[row]) {
+        std::memcpy(dest, source, sizeof(float) * numSamples);
+        port.written[row] = 1;
+    } else {
+        for (int i = 0; i < numSamples; ++i) dest[i] += source[i];
+    }
+}
+}  // namespace
+
+void VrokInstance::SumInputsPolyphonic(CAudioBlock& b, int numSamples) {
+    for (const Connection& c : connections) {
+        if (!c.inUse || c.toBlock != b.index) continue;
+        const CAudioBlock& source = *blocks[c.fromBlock];
+        InputPort& port = *b.ports[c.toPort];
+        port.hasConnection = true;
+        for (int v = 0; v < numVoices; ++v)
+            if (source.active[v]) MixInto(port, v, source.output[v], numSamples);
+    }
+}
+
+void VrokInstance::SumInputsMonophonic(CAudioBlock& b, int numSamples) {
+    // Every voice of a polyphonic source folds into row 0; a monophonic source's rows are
+    // copies, so only its row 0 counts.
+    for (const Connection& c : connections) {
+        if (!c.inUse || c.toBlock != b.index) continue;
+        const CAudioBlock& source = *blocks[c.fromBlock];
+        InputPort& port = *b.ports[c.toPort];
+        port.hasConnection = true;
+        for (int v = 0; v < numVoices; ++v)
+            if (source.active[v] && (!source.monophonic || v == 0)) MixInto(port, 0, source.output[v], numSamples);
+    }
+}
+
+void VrokInstance::MeasurePeaks(CAudioBlock& b, int numSamples) {
+    int voices = b.monophonic ? 1 : numVoices;
+    for (int v = 0; v < voices; ++v) {
+        float peak = 0.0f;
+        for (int i = 0; i < numSamples; ++i) {
+            float x = b.output[v][i];
+            float magnitude = std::fabs(peak);
+            if ((x > 0.0f && x > magnitude) || (x < 0.0f && x < -magnitude)) peak = x;
+        }
+        b.level[v] = std::clamp(peak, -1.0f, 1.0f);
+    }
+}
+
+void VrokInstance::RetireVoices() {
+    // A voice whose sound has died in every output becomes free, even with its key down.
+    for (int v = 0; v < numVoices; ++v) {
+        bool sounding = false;
+        for (int k = 0; k < orderCount && !sounding; ++k) {
+            const CAudioBlock& b = *blocks[order[k]];
+            sounding = b.isOutput && b.active[v];
+        }
+        if (!sounding && voiceActive[v]) voiceActive[v] = 0;
+    }
+}
+
+void VrokInstance::RunInputs(StereoBuffers buffers, int numSamples) {
+    if (numSamples <= 0 || numSamples > kMaxFrames) return;
+    for (CAudioBlock* b : blocks)
+        if (b && b->hasInputWork) b->InputWork(buffers, numSamples, kHostScale);
+}
+
+void VrokInstance::ChangeSampleRate(float rate) {
+    // TODO(master effects): recreate reverb, chorus and delay at `rate` here; their tails
+    // are lost on a rate change. `sampleRate` itself is only written at construction and
+    // by the machine's Init, so blocks made later start from the older rate.
+    for (CAudioBlock* b : blocks)
+        if (b) b->SetSampleRate(rate);
+    Log(0, "Vrok instance samplerate adjusted");
+}
