@@ -149,6 +149,7 @@ TEST_F(Render, ZeroOrOversizedBuffersTouchNothing) {
     engine.Connect(osc, out, 0);
     engine.RebuildOrder();
     At(engine, out).hasOutputWork = true;
+    Calls().clear();
     Run(0);
     Run(-5);
     Run(kMaxFrames + 1);
