@@ -1,0 +1,110 @@
+// The wave table cache file: where it lives, loading it, and rebuilding and rewriting it
+// when it is missing or unusable. Runs at engine construction, never on the audio thread.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "engine/wave_tables.h"
+
+namespace {
+
+constexpr const char* kCacheFileName = "Vrok_WaveTableCache.dat";
+// Cents per table: the sine has no harmonics to lose, so a few tables do.
+constexpr int kCentsPerTable[kNumWaveforms] = {2400, 100, 100, 100};
+
+std::string EnvironmentValue(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? std::string(value) : std::string();
+}
+
+std::string CacheDirectory() {
+    std::string dir = EnvironmentValue("VROK_CACHE_DIR");
+    if (!dir.empty()) return dir;
+    dir = EnvironmentValue("XDG_CACHE_HOME");
+    if (!dir.empty()) return dir + "/vrok";
+    dir = EnvironmentValue("HOME");
+    if (!dir.empty()) return dir + "/.cache/vrok";
+    return std::string();
+}
+
+// True only for a file that holds exactly the four sections this build would make.
+bool LoadCache(const std::string& path, WaveTableSet (&sets)[kNumWaveforms]) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file) return false;
+    bool valid = true;
+    for (int w = 0; valid && w < kNumWaveforms; ++w) {
+        valid = sets[w].Read(file);
+        // A section from a build with other spacing would pick the wrong tables.
+        const int expected = (12000 + kCentsPerTable[w] - 1) / kCentsPerTable[w];
+        valid = valid && sets[w].numTables == expected;
+    }
+    // Trailing bytes mean the file is not what we wrote.
+    valid = valid && std::fgetc(file) == EOF && !std::ferror(file);
+    std::fclose(file);
+    return valid;
+}
+
+void BuildAll(WaveTableSet (&sets)[kNumWaveforms]) {
+    std::vector<float> source(kWaveTableLength);
+    for (int w = 0; w < kNumWaveforms; ++w) {
+        for (int i = 0; i < kWaveTableLength; ++i) source[i] = WaveTableSource(w, i);
+        sets[w].Build(source.data(), kCentsPerTable[w]);
+    }
+}
+
+// Writes to a unique temporary file beside the cache and renames it over, so a reader
+// (another engine, another process) sees either the old file or the whole new one.
+// Any failure leaves no temporary behind and is otherwise ignored: the tables are built.
+void SaveCache(const std::string& dir, const std::string& path,
+               const WaveTableSet (&sets)[kNumWaveforms]) {
+    std::error_code error;
+    std::filesystem::create_directories(dir, error);
+    if (error) return;
+
+    std::string temp = path + ".XXXXXX";
+    const int fd = ::mkstemp(temp.data());
+    if (fd < 0) return;
+    std::FILE* file = ::fdopen(fd, "wb");
+    if (!file) {
+        ::close(fd);
+        ::unlink(temp.c_str());
+        return;
+    }
+    bool written = true;
+    for (int w = 0; written && w < kNumWaveforms; ++w) written = sets[w].Write(file);
+    written = written && std::fflush(file) == 0 && ::fsync(fd) == 0;
+    // mkstemp makes the file private; a cache is as readable as the user's other files.
+    written = written && ::fchmod(fd, 0644) == 0;
+    written = std::fclose(file) == 0 && written;
+    if (!written || std::rename(temp.c_str(), path.c_str()) != 0) {
+        ::unlink(temp.c_str());
+        return;
+    }
+    // Make the rename itself durable; failing here loses nothing but the cache.
+    const int dirFd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
+    if (dirFd >= 0) {
+        ::fsync(dirFd);
+        ::close(dirFd);
+    }
+}
+
+}  // namespace
+
+std::string WaveTableCachePath() {
+    const std::string dir = CacheDirectory();
+    if (dir.empty()) return std::string();
+    return dir + "/" + kCacheFileName;
+}
+
+void LoadOrBuildWaveTables(WaveTableSet (&sets)[kNumWaveforms]) {
+    const std::string dir = CacheDirectory();
+    if (!dir.empty() && LoadCache(dir + "/" + kCacheFileName, sets)) return;
+    BuildAll(sets);
+    if (!dir.empty()) SaveCache(dir, dir + "/" + kCacheFileName, sets);
+}
