@@ -1,0 +1,185 @@
+// The machine shell: `mi` joins a host to the document and its engine. It turns pattern
+// rows and MIDI into key presses, knob bytes into external knob values, splits and
+// interleaves the host's audio around Render, and saves and restores the patch as the
+// host's state. It knows the host only through machine::Host.
+//
+// Threads and locks: the host's audio thread runs Tick, Work and WorkMonoToStereo under
+// the machine lock, and the engine takes its own lock inside; the order is always machine
+// lock, then engine lock, and both are recursive. Stop and MidiNote take only the engine
+// lock (through the note operations).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "engine/audio_block.h"
+#include "machine/host.h"
+#include "machine/machine_info.h"
+
+class VrokDoc;
+class mi;
+struct LoadProblem;
+namespace G {
+class FloatParamGenerator;
+}
+
+// Work modes: bit 0 says the buffer holds input, bit 1 that output is wanted.
+constexpr int kWorkRead = 1;
+constexpr int kWorkWrite = 2;
+
+// What the machine asks of an editor: a window that shows the document, and a file
+// dialog. The editor fills this in; until then NoEditor answers.
+class MachineEditor {
+public:
+    virtual ~MachineEditor() = default;
+    // Opens the window, at windowX/windowY if they are set. False when none can open.
+    virtual bool Open(mi& machine) = 0;
+    virtual void Close(mi& machine) = 0;
+    virtual bool IsOpen(const mi& machine) const = 0;
+    virtual void Resize(mi& machine, int width, int height) = 0;
+    virtual void SetTitle(mi& machine, const std::string& title) = 0;
+    // A file picked by the user, or empty when cancelled or impossible.
+    virtual std::string AskOpenFile(mi& machine, const std::string& title, const std::string& defaultExtension,
+                                    const std::string& filterName) = 0;
+};
+
+// Stands in while no editor is built: every request logs that none is available and
+// does nothing.
+class NoEditor : public MachineEditor {
+public:
+    bool Open(mi& machine) override;
+    void Close(mi&) override {}
+    bool IsOpen(const mi&) const override { return false; }
+    void Resize(mi&, int, int) override {}
+    void SetTitle(mi&, const std::string&) override {}
+    std::string AskOpenFile(mi& machine, const std::string& title, const std::string& defaultExtension,
+                            const std::string& filterName) override;
+};
+
+// The way the editor's panels move the host's knobs. Shaped as the toolkit's parameter
+// listener, which it joins once the toolkit exists.
+// TODO: derive from G::FloatParamListener and hand it to VrokDoc::listener with the editor.
+class milistener {
+public:
+    explicit milistener(mi& owner) : owner(owner) {}
+    void BeginChange(G::FloatParamGenerator*, int) {}
+    // Moves the host's global parameter `index` to trunc(value * 128).
+    void ValueChanged(G::FloatParamGenerator* generator, int index, float value);
+    void EndChange(G::FloatParamGenerator*, int) {}
+    // value * 100 with three significant digits.
+    std::string DescribeValue(int index, float value);
+
+private:
+    mi& owner;
+};
+
+// The extension handed to the host; forwards to its machine.
+class miex : public machine::MachineInterfaceEx {
+public:
+    explicit miex(mi& owner) : owner(owner) {}
+    void SetEditorHidden(bool hidden) override;
+    void ReloadState(machine::DataInput* input) override;
+
+private:
+    mi& owner;
+};
+
+class mi {
+public:
+    // The host's CreateMachine: builds the document with its engine and default patch, and
+    // joins the process-wide list. `editor` null uses NoEditor. Allocates.
+    explicit mi(machine::Host& host, MachineEditor* editor = nullptr);
+    ~mi();
+    mi(const mi&) = delete;
+    mi& operator=(const mi&) = delete;
+
+    // [Host entry points]
+    // Hands over the extension, reads the rate, installs the event handlers and, with a
+    // non-null `input`, restores the saved state under the machine lock.
+    void Init(machine::DataInput* input);
+    // Applies globalValues and trackValues as the host left them: knobs first, so a note on
+    // the same row hears the new value. Audio thread; machine lock.
+    void Tick();
+    // Interleaved stereo in place, any length (Render sees at most kMaxFrames at a time).
+    // True when the buffer carries sound. Audio thread; machine lock; allocates nothing,
+    // except on a change of the host's rate, which rebuilds the master effects first.
+    bool Work(float* samples, int numSamples, int mode);
+    // Renders into `output` (interleaved stereo), ignoring `input` and `mode`, with no
+    // InputWork. Audio thread; machine lock.
+    bool WorkMonoToStereo(const float* input, float* output, int numSamples, int mode);
+    // Releases the notes of pattern tracks; held MIDI notes stay.
+    void Stop();
+    // Length (uint32), the patch XML, windowWidth, windowHeight (int32), little-endian.
+    // Takes no machine lock.
+    void Save(machine::DataOutput* output);
+    // 0 opens the editor, 1 asks for a patch file and loads it; others do nothing.
+    void Command(int index);
+    void SetNumTracks(int n);
+    // Unless `channel` is the attribute's channel (midiChannel - 1), plays only when the
+    // host accepts every channel. Velocity 0 releases. Notes arrive one above the MIDI
+    // number.
+    void MidiNote(int channel, int value, int velocity);
+
+    // [Extension]
+    void SetEditorHidden(bool hidden);
+    // Init's restore without its one-time steps.
+    void ReloadState(machine::DataInput* input);
+
+    // [Shared with editor and tools]
+    // Loads a ".vrkx" file, or failing that a ".vrk" file, under the machine lock. False
+    // with the patch untouched when neither reads; `report` then holds the problems of the
+    // format the file looks like (binary when it starts with the magic "vrok"). On success
+    // it holds what the load skipped (refused wires, unknown blocks).
+    bool LoadPatchFile(const std::string& path, std::vector<LoadProblem>* report = nullptr);
+    void OpenEditor();
+    // Builds windowTitle from the host's name for the machine and shows it.
+    void UpdateTitle();
+    // Every live machine, in order of creation.
+    static std::vector<mi*> LiveMachines();
+
+    // [Values the host writes before Tick]
+    struct TrackValues {
+        uint8_t note = machine::kNoteNoValue;
+        uint8_t velocity = machine::kNoValueByte;
+    };
+    uint8_t globalValues[machine::kNumKnobs];
+    TrackValues trackValues[machine::kMaxTracks];
+    int midiChannel = 0;  // the attribute: 0 none, else channel + 1
+
+    machine::Host& host;
+    MachineEditor* editor;
+    std::unique_ptr<milistener> listener;
+    std::unique_ptr<miex> extension;
+    std::recursive_mutex machineLock;
+    float inputLeft[kMaxFrames] = {}, inputRight[kMaxFrames] = {};
+    float outputLeft[kMaxFrames] = {}, outputRight[kMaxFrames] = {};
+    float energy = 0.0f;
+    bool editorWasOpen = false;
+    static constexpr int kUnsetPosition = -2147483647 - 1;
+    int windowX = kUnsetPosition, windowY = kUnsetPosition;
+    int windowWidth = 400, windowHeight = 300;
+    std::string windowTitle = "[VROK] editor";
+    machine::MachineHandle machine = nullptr;
+    int numTracks = 0;
+    float hostSampleRate = 0.0f;
+    uint8_t trackNote[machine::kMaxTracks] = {};
+    uint8_t trackPlaying[machine::kMaxTracks] = {};
+    std::unique_ptr<VrokDoc> document;  // its engine is this machine's
+    std::string loadedFileName;
+
+private:
+    // Shared by Init and ReloadState; the caller holds the machine lock. A short or
+    // oversized stream leaves the patch as it was.
+    void RestoreState(machine::DataInput& input);
+    static bool OnDoubleClick(void* parameter);
+    static bool OnRename(void* parameter);
+
+    NoEditor noEditor;
+};
+
+// A pattern note byte (octave in the high nibble, semitone 1..12 in the low one) to the
+// engine's note number, in byte arithmetic: 0x41 gives 54.
+uint8_t ConvertNoteByte(uint8_t noteByte);
