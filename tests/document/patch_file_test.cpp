@@ -1,0 +1,295 @@
+// Patch files: XML round trips, what a load resets or refuses, sample data, the binary
+// ".vrk" reader, and malformed files that must leave the open patch alone.
+#include <gtest/gtest.h>
+#include <tinyxml.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "document/base64.h"
+#include "document_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using docsupport::HasWire;
+using docsupport::LiveWires;
+using docsupport::Wire;
+
+constexpr int kOsc = 4;
+constexpr int kOutput = 0;
+
+fs::path TempPath(const std::string& name) {
+    const fs::path dir = fs::temp_directory_path() / ("vrok_document_" + std::to_string(::getpid()));
+    fs::create_directories(dir);
+    return dir / name;
+}
+
+void WriteBytes(const fs::path& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+// A patch with two oscillators, an output, wires, changed parameters, a changed global
+// setting and a sample: something of every kind.
+void BuildPatch(VrokDoc& doc) {
+    doc.ClearAll();
+    PatchBlock* osc = doc.AddBlock(kOsc, 5, 30, 40);
+    PatchBlock* lfo = doc.AddBlock(kOsc, 2, 10, 40);
+    PatchBlock* output = doc.AddBlock(kOutput, 9, 200, 40);
+    ASSERT_TRUE(osc && lfo && output);
+    doc.SetParameter(osc, 0, 0.3f);
+    doc.SetParameter(osc, 2, 0.75f);
+    ASSERT_NE(doc.AddConnection(lfo, osc, 0), nullptr);
+    ASSERT_NE(doc.AddConnection(osc, output, 0), nullptr);
+    doc.global->SetValue("Param_Voice_Transpose", 0.625f);
+    doc.global->SetValue("Param_Reverb_Decay", 0.1f);
+    TiXmlElement sample("SAMPLE");
+    sample.SetAttribute("ID", doc.nextId);
+    auto* container = static_cast<SampleContainer*>(doc.Create("SAMPLE", sample));
+    container->SetData({0.5f, -0.25f, 1e-30f, 0.0f});
+    container->sampleName = "kick";
+}
+
+// Little-endian int32 and float words.
+struct VrkWriter {
+    std::vector<uint8_t> bytes{'v', 'r', 'o', 'k'};
+    VrkWriter& Int(int32_t v) {
+        for (int b = 0; b < 4; ++b) bytes.push_back(static_cast<uint8_t>(static_cast<uint32_t>(v) >> (8 * b)));
+        return *this;
+    }
+    VrkWriter& Float(float f) {
+        int32_t v;
+        std::memcpy(&v, &f, 4);
+        return Int(v);
+    }
+};
+
+int ParameterCountOf(int type) {
+    VrokDoc doc;
+    doc.ClearAll();
+    PatchBlock* block = doc.AddBlock(type, -1, 0, 0);
+    return block ? block->block->numParameters : -1;
+}
+
+// Osc at slot 0 with its parameters, output at slot 1, one wire from 0 to 1.
+std::vector<uint8_t> ValidVrk() {
+    static const int oscParameters = ParameterCountOf(kOsc);
+    static const int outputParameters = ParameterCountOf(kOutput);
+    VrkWriter w;
+    w.Int(2);
+    w.Int(kOsc).Int(15).Int(25);
+    for (int p = 0; p < oscParameters; ++p) w.Float(p == 0 ? 1.5f : 0.25f);
+    w.Int(kOutput).Int(100).Int(25);
+    for (int p = 0; p < outputParameters; ++p) w.Float(0.5f);
+    w.Int(1).Int(0).Int(1).Int(0).Int(12345);
+    return w.bytes;
+}
+
+TEST(PatchFileXml, SaveLoadSaveGivesTheSameBytes) {
+    VrokDoc doc;
+    BuildPatch(doc);
+    const std::string first = doc.WriteXml();
+    EXPECT_EQ(first.rfind("<?xml", 0), 0u);
+
+    VrokDoc copy;
+    ASSERT_TRUE(copy.ReadXml(first));
+    EXPECT_EQ(copy.WriteXml(), first);
+    EXPECT_EQ(copy.UndoCount(), 0u);
+
+    const fs::path file = TempPath("roundtrip.vrkx");
+    std::string error;
+    ASSERT_TRUE(doc.SaveFile(file.string(), &error)) << error;
+    EXPECT_FALSE(fs::exists(file.string() + ".tmp"));
+    VrokDoc fromFile;
+    ASSERT_TRUE(fromFile.LoadFile(file.string()));
+    EXPECT_EQ(fromFile.WriteXml(), first);
+}
+
+TEST(PatchFileXml, SlotsSurviveSoWiresConnect) {
+    VrokDoc doc;
+    BuildPatch(doc);
+    VrokDoc copy;
+    ASSERT_TRUE(copy.ReadXml(doc.WriteXml()));
+    ASSERT_NE(copy.FindBlock(5), nullptr);
+    EXPECT_EQ(copy.FindBlock(5)->block->type, kOsc);
+    EXPECT_FLOAT_EQ(copy.FindBlock(5)->block->values[2], 0.75f);
+    EXPECT_EQ(copy.FindBlock(9)->block->posX, 200);
+    EXPECT_TRUE(HasWire(*copy.engine, Wire{2, 5, 0}));
+    EXPECT_TRUE(HasWire(*copy.engine, Wire{5, 9, 0}));
+    EXPECT_FLOAT_EQ(copy.engine->transpose, (0.625f - 0.5f) * 48.0f);
+    ASSERT_EQ(copy.samples.size(), 1u);
+    EXPECT_EQ(copy.samples[0]->data, (std::vector<float>{0.5f, -0.25f, 1e-30f, 0.0f}));
+    EXPECT_EQ(copy.samples[0]->sampleName, "kick");
+}
+
+TEST(PatchFileXml, EmptyRootEmptiesPatchAndKeepsGlobal) {
+    VrokDoc doc;
+    BuildPatch(doc);
+    ASSERT_TRUE(doc.ReadXml("<storables></storables>"));
+    EXPECT_TRUE(doc.patchBlocks.empty());
+    EXPECT_TRUE(LiveWires(*doc.engine).empty());
+    EXPECT_FLOAT_EQ(doc.global->Value("Param_Voice_Transpose"), 0.625f);
+}
+
+TEST(PatchFileXml, GlobalWithoutAKeyResetsItToDefault) {
+    VrokDoc doc;
+    doc.global->SetValue("Param_Voice_Transpose", 0.9f);
+    doc.global->SetValue("Param_Voice_Bendrange", 0.1f);
+    ASSERT_TRUE(doc.ReadXml("<storables><GLOBAL ID=\"1\" Param_Voice_Bendrange=\"0.100000\" /></storables>"));
+    EXPECT_FLOAT_EQ(doc.global->Value("Param_Voice_Transpose"), 0.5f);
+    EXPECT_FLOAT_EQ(doc.engine->transpose, 0.0f);
+    EXPECT_FLOAT_EQ(doc.global->Value("Param_Voice_Bendrange"), 0.1f);
+}
+
+TEST(PatchFileXml, UnknownBlockTypeFailsAndItsWiresRefuse) {
+    VrokDoc doc;
+    LoadReport report;
+    ASSERT_TRUE(doc.ReadXml("<storables>\n"
+                            "<BLOCK ID=\"1\" TYPE=\"36\" POS=\"0\" />\n"
+                            "<BLOCK ID=\"2\" TYPE=\"0\" POS=\"1\" />\n"
+                            "<CONNECTION ID=\"3\" FROM=\"0\" TO=\"1\" INPUTID=\"0\" />\n"
+                            "<NOTE ID=\"4\" />\n"
+                            "</storables>",
+                            &report));
+    EXPECT_EQ(doc.engine->blocks[0], nullptr);
+    ASSERT_NE(doc.engine->blocks[1], nullptr);
+    EXPECT_TRUE(LiveWires(*doc.engine).empty());
+    ASSERT_EQ(report.size(), 3u);
+    EXPECT_EQ(report[0].Format(), "line 2: unknown block type 36 at slot 0");
+    EXPECT_EQ(report[1].Format(), "line 4: refused wire 0->1:0");
+    EXPECT_EQ(report[2].Format(), "line 5: unknown element NOTE skipped");
+    // The failed record keeps what it read, so saving does not turn it into an output.
+    VrokDoc copy;
+    ASSERT_TRUE(copy.ReadXml(doc.WriteXml()));
+    EXPECT_EQ(copy.engine->blocks[0], nullptr);
+}
+
+TEST(PatchFileXml, ParameterTextParsesLikeAtofAndIsClamped) {
+    VrokDoc doc;
+    ASSERT_TRUE(doc.ReadXml("<storables><BLOCK ID=\"1\" TYPE=\"4\" POS=\"3\" P0=\"2.5\" P1=\"junk\" "
+                            "P2=\" -0.5e0x\" /></storables>"));
+    CAudioBlock* osc = doc.engine->blocks[3];
+    ASSERT_NE(osc, nullptr);
+    EXPECT_EQ(osc->values[0], 1.0f);
+    EXPECT_EQ(osc->values[1], 0.0f);
+    EXPECT_EQ(osc->values[2], 0.0f);
+}
+
+TEST(PatchFileSample, EightCharactersEndingInPadDecodeToFiveBytesAndOneFloat) {
+    EXPECT_EQ(document::DecodeBase64("AAAAAAA=").size(), 5u);
+    VrokDoc doc;
+    ASSERT_TRUE(doc.ReadXml("<storables><SAMPLE ID=\"1\" sampledata=\"AACAPwA=\" /></storables>"));
+    ASSERT_EQ(doc.samples.size(), 1u);
+    EXPECT_EQ(doc.samples[0]->data, std::vector<float>{1.0f});
+    EXPECT_EQ(doc.samples[0]->sampleName, "Undefined");
+}
+
+TEST(PatchFileSample, DecoderSkipsForeignCharactersAndStopsAtPad) {
+    EXPECT_EQ(document::DecodeBase64("TW\nFu\r\n TQ"), (std::vector<uint8_t>{'M', 'a', 'n', 'M'}));
+    EXPECT_EQ(document::DecodeBase64("TQ==TWFu"), std::vector<uint8_t>{'M'});
+    EXPECT_EQ(document::EncodeBase64(reinterpret_cast<const uint8_t*>("Man"), 3), "TWFu");
+    EXPECT_EQ(document::EncodeBase64(reinterpret_cast<const uint8_t*>("Ma"), 2), "TWE=");
+    EXPECT_EQ(document::EncodeBase64(reinterpret_cast<const uint8_t*>("M"), 1), "TQ==");
+}
+
+TEST(PatchFileSample, EmptyContainerWritesNoData) {
+    SampleContainer sample;
+    TiXmlElement element("SAMPLE");
+    sample.Save(element);
+    EXPECT_EQ(element.Attribute("sampledata"), nullptr);
+    EXPECT_STREQ(element.Attribute("samplename"), "Undefined");
+}
+
+TEST(PatchFileSample, UnreadableSoundFileKeepsTheData) {
+    SampleContainer sample;
+    sample.SetData({0.25f, 0.5f});
+    docsupport::LogRecorder log;
+    EXPECT_FALSE(sample.LoadSound(TempPath("missing.wav").string()));
+    EXPECT_EQ(sample.data, (std::vector<float>{0.25f, 0.5f}));
+    EXPECT_TRUE(log.Has(1, "Not able to open input file input.wav.\n"));
+}
+
+TEST(PatchFileVrk, ValidFileBuildsThePatchInFileOrder) {
+    if (ParameterCountOf(kOsc) < 1) GTEST_SKIP();
+    const fs::path file = TempPath("valid.vrk");
+    WriteBytes(file, ValidVrk());
+    VrokDoc doc;
+    LoadReport report;
+    ASSERT_TRUE(doc.ReadVrk(file.string(), &report));
+    EXPECT_TRUE(report.empty());
+    ASSERT_NE(doc.FindBlock(0), nullptr);
+    EXPECT_EQ(doc.FindBlock(0)->block->type, kOsc);
+    EXPECT_EQ(doc.FindBlock(0)->block->posX, 15);
+    EXPECT_EQ(doc.FindBlock(0)->block->values[0], 1.0f);
+    EXPECT_EQ(doc.FindBlock(0)->block->values[1], 0.25f);
+    EXPECT_EQ(doc.FindBlock(1)->block->type, kOutput);
+    EXPECT_EQ(LiveWires(*doc.engine), std::vector<Wire>{(Wire{0, 1, 0})});
+    EXPECT_EQ(doc.fileName, "valid");
+    EXPECT_EQ(doc.patchBlocks.size(), 2u);
+}
+
+TEST(PatchFileVrk, WrongMagicOrAnyTruncationLeavesThePatch) {
+    VrokDoc doc;
+    BuildPatch(doc);
+    const std::string before = doc.WriteXml();
+    std::vector<uint8_t> bytes = ValidVrk();
+    const fs::path file = TempPath("cut.vrk");
+
+    bytes[3] = 'x';
+    WriteBytes(file, bytes);
+    LoadReport report;
+    EXPECT_FALSE(doc.ReadVrk(file.string(), &report));
+    ASSERT_EQ(report.size(), 1u);
+    EXPECT_NE(report[0].Format().find("magic"), std::string::npos);
+    bytes[3] = 'k';
+
+    for (size_t length = 0; length < bytes.size(); ++length) {
+        WriteBytes(file, std::vector<uint8_t>(bytes.begin(), bytes.begin() + static_cast<long>(length)));
+        EXPECT_FALSE(doc.ReadVrk(file.string())) << "cut at " << length;
+    }
+    EXPECT_EQ(doc.WriteXml(), before);
+}
+
+TEST(PatchFileBad, MalformedXmlIsReportedWithItsLine) {
+    VrokDoc doc;
+    BuildPatch(doc);
+    const std::string before = doc.WriteXml();
+    const fs::path file = TempPath("bad.vrkx");
+    std::ofstream(file) << "<?xml version=\"1.0\" ?>\n<storables>\n<BLOCK ID=\"1\">\n</storables>\n";
+    LoadReport report;
+    EXPECT_FALSE(doc.LoadFile(file.string(), &report));
+    ASSERT_EQ(report.size(), 1u);
+    EXPECT_EQ(report[0].file, file.string());
+    EXPECT_GT(report[0].line, 0);
+    EXPECT_FALSE(doc.ReadXml("<storables><BLOCK", &report));
+    EXPECT_FALSE(doc.ReadXml("", &report));
+    EXPECT_EQ(doc.WriteXml(), before);
+}
+
+TEST(PatchFileBad, EveryBadFileFailsBothReadersAndLeavesThePatch) {
+    VrokDoc doc;
+    BuildPatch(doc);
+    const std::string before = doc.WriteXml();
+    int files = 0;
+    for (const auto& entry : fs::directory_iterator(fs::path(VROK_TEST_DATA_DIR) / "bad")) {
+        const std::string path = entry.path().string();
+        if (entry.path().extension() != ".vrk" && entry.path().extension() != ".vrkx") continue;
+        ++files;
+        LoadReport report;
+        EXPECT_FALSE(doc.LoadFile(path, &report)) << path;
+        EXPECT_FALSE(doc.ReadVrk(path, &report)) << path;
+        EXPECT_EQ(report.size(), 2u) << path;
+        EXPECT_EQ(doc.WriteXml(), before) << path;
+    }
+    EXPECT_GE(files, 5);
+    LoadReport report;
+    EXPECT_FALSE(doc.ReadVrk("", &report));
+    EXPECT_FALSE(doc.LoadFile(TempPath("absent.vrkx").string(), &report));
+    EXPECT_EQ(doc.WriteXml(), before);
+}
+
+}  // namespace
