@@ -1,6 +1,9 @@
 // The block type table and the factory over it.
 #include "document/block_types.h"
 
+#include "blocks/outputs.h"
+#include "blocks/sources.h"
+#include "blocks/wavetable_oscillators.h"
 #include "engine/vrok_instance.h"
 
 namespace {
@@ -15,17 +18,17 @@ constexpr int kArpeggiatorType = 44;
 // Types 13..16 and 28..31 are the external knobs 0..7; they have no palette code.
 const BlockType kBlockTypes[] = {
     // type palette  display name            create
-    {0, 0x1001, "Output", nullptr},
+    {0, 0x1001, "Output", Make<COutputBlock>},
     {1, 0x201, "Filter", nullptr},
     {2, 0x801, "|Envelope", nullptr},
     {3, 0x802, "LFO", nullptr},
-    {4, 0x101, "|Osc", nullptr},
+    {4, 0x101, "|Osc", Make<COscBlock>},
     {5, 0x4001, "Scope", nullptr},
     {6, 0x206, "Amplifier", nullptr},
-    {7, 0x104, "Noise", nullptr},
+    {7, 0x104, "Noise", Make<CNoiseBlock>},
     {8, 0x804, "Knob", nullptr},
     {9, -5, "Large Scope", nullptr},
-    {10, 0x103, "Fixed Osc", nullptr},
+    {10, 0x103, "Fixed Osc", Make<CFixedOscBlock>},
     {11, -5, "Spectrum", nullptr},
     {12, -5, "VU-meter", nullptr},
     {13, 0, "ExtKnob T", nullptr},
@@ -33,14 +36,14 @@ const BlockType kBlockTypes[] = {
     {15, 0, "ExtKnob T", nullptr},
     {16, 0, "ExtKnob T", nullptr},
     {17, 0x805, "|Velocity", nullptr},
-    {18, 0x102, "|SubOsc", nullptr},
+    {18, 0x102, "|SubOsc", Make<CSubOscBlock>},
     {19, 0x202, "Delay", nullptr},
     {20, 0x203, "|Delay", nullptr},
     {21, 0x204, "|Filterdelay", nullptr},
     {22, -5, "Spectrum Analyser", nullptr},
     {23, 0x803, "|Custom Envelope", nullptr},
     {24, 0x205, "Waveshaper", nullptr},
-    {25, 0x1002, "Output", nullptr},
+    {25, 0x1002, "Output", Make<CPanOutputBlock>},
     {26, 0x208, "Rescale", nullptr},
     {27, 0x207, "Invert", nullptr},
     {28, 0, "ExtKnob T", nullptr},
@@ -51,7 +54,7 @@ const BlockType kBlockTypes[] = {
     {33, 0x806, "|Keytrack", nullptr},
     {34, 0x209, "BitCrusher", nullptr},
     {35, 0x80F, "|Random", nullptr},
-    {39, 0x106, "|Impulse", nullptr},
+    {39, 0x106, "|Impulse", Make<CImpulseBlock>},
     {40, 0x20A, "Clipper", nullptr},
     {41, 0x20B, "VU Tracker", nullptr},
     {42, 0x108, "|PWMOsc", nullptr},
@@ -60,11 +63,11 @@ const BlockType kBlockTypes[] = {
     {46, 0x20C, "Crossfade", nullptr},
     {47, 0x811, "|ModWheel", nullptr},
     {48, 0x810, "|Aftertouch", nullptr},
-    {49, 0x109, "Input", nullptr},
-    {50, 0x10A, "Stereo Input", nullptr},
+    {49, 0x109, "Input", Make<CInputBlock>},
+    {50, 0x10A, "Stereo Input", Make<CInputPanBlock>},
     {51, 0x812, "EnvTrigger", nullptr},
     {52, 0x1008, "Audio Trigger", nullptr},
-    {53, 0x20D, "Monophone", nullptr},
+    {53, 0x20D, "Monophone", Make<CMonoBlock>},
     {54, 0x813, "Dyn. Follower", nullptr},
     {55, 0x814, "|Advanced Envelope", nullptr},
     {56, 0x20E, "Filter", nullptr},

@@ -1,0 +1,244 @@
+// The mono and the panning output blocks, and the soft knee they share.
+//
+// [SECTION] Knee and mixing
+// [SECTION] COutputBlock
+// [SECTION] CPanOutputBlock
+#include "blocks/outputs.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
+#include "blocks/pan_law.h"
+
+// [SECTION] Knee and mixing
+
+float OutputKnee(float s, float scale) {
+    float k = scale;
+    float magnitude = std::fabs(s);
+    if (magnitude < k) return s;
+    float h = 1.0f - k;
+    float u = (magnitude - k) / (1.5f * h);
+    float shaped = std::fabs(u) >= 1.0f ? k - h : h * (1.5f - 0.5f * u * u) * u + k;
+    return s < 0.0f ? -shaped : shaped;
+}
+
+namespace {
+
+// Adds the knee-shaped mix to one host row. `gain` is volume squared.
+void MixInto(float* __restrict row, const float* __restrict mix, float gain, float scale, int numSamples) {
+    float level = gain * scale;
+    for (int i = 0; i < numSamples; ++i) row[i] += OutputKnee(level * mix[i], scale);
+}
+
+// The peaks below take the largest magnitude, and a NaN never raises one. The compiler
+// will not vectorise a float max on its own (it must keep NaN order), so the SSE paths
+// spell it out: maxps returns its second operand when either is NaN, which is the scalar
+// rule with the running peak second.
+inline float RaisePeak(float top, float x) {
+    float a = std::fabs(x);
+    return a > top ? a : top;
+}
+
+#if defined(__SSE2__)
+inline __m128 Magnitude(__m128 x) { return _mm_and_ps(x, _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff))); }
+
+// Four running maxima of four lanes: one chain would wait on maxps latency every step.
+struct PeakLanes {
+    __m128 lanes[4];
+
+    explicit PeakLanes(float start) {
+        for (__m128& l : lanes) l = _mm_set1_ps(start);
+    }
+    void Raise(int k, __m128 x) { lanes[k] = _mm_max_ps(Magnitude(x), lanes[k]); }
+    float Fold(float top) const {
+        alignas(16) float all[16];
+        for (int k = 0; k < 4; ++k) _mm_store_ps(all + 4 * k, lanes[k]);
+        for (float lane : all) top = lane > top ? lane : top;
+        return top;
+    }
+};
+#endif
+
+// Largest magnitude in x[0..n), at least `start`.
+float PeakOf(const float* __restrict x, int n, float start) {
+    float top = start;
+    int i = 0;
+#if defined(__SSE2__)
+    PeakLanes peaks(start);
+    for (; i + 16 <= n; i += 16)
+        for (int k = 0; k < 4; ++k) peaks.Raise(k, _mm_loadu_ps(x + i + 4 * k));
+    top = peaks.Fold(top);
+#endif
+    for (; i < n; ++i) top = RaisePeak(top, x[i]);
+    return top;
+}
+
+// Adds `in` to `mix` and returns the largest magnitude of the running sum, at least `start`.
+float AccumulateWithPeak(float* __restrict mix, const float* __restrict in, int n, float start) {
+    float top = start;
+    int i = 0;
+#if defined(__SSE2__)
+    PeakLanes peaks(start);
+    for (; i + 16 <= n; i += 16) {
+        for (int k = 0; k < 4; ++k) {
+            __m128 sum = _mm_add_ps(_mm_loadu_ps(mix + i + 4 * k), _mm_loadu_ps(in + i + 4 * k));
+            _mm_storeu_ps(mix + i + 4 * k, sum);
+            peaks.Raise(k, sum);
+        }
+    }
+    top = peaks.Fold(top);
+#endif
+    for (; i < n; ++i) {
+        mix[i] += in[i];
+        top = RaisePeak(top, mix[i]);
+    }
+    return top;
+}
+
+template <int N>
+std::string DescribeFromRows(const ParamRow (&rows)[N], int index, float value, float sampleRate) {
+    if (index < 0 || index >= N) return {};
+    return DescribeRowValue(rows[index], value, sampleRate);
+}
+
+}  // namespace
+
+// [SECTION] COutputBlock
+
+namespace {
+constexpr ParamRow kOutputRows[] = {
+    // name       kind              default  value text
+    {"Volume", ParamKind::Slider, 0.5f, ValueText::DecibelsOfSquare},
+};
+// Only the signal comes in; "Volume" has no port.
+constexpr int kOutputPorts = 1;
+}  // namespace
+
+COutputBlock::COutputBlock(VrokInstance* engine, float sampleRate) : CAudioBlock(engine, sampleRate) {
+    hasAudioInput = true;
+    hasOutputWork = true;
+    isOutput = true;
+    ConfigureFromRows(kOutputRows, kOutputPorts, kCategoryOutputs, "Output");
+}
+
+std::string COutputBlock::DescribeValue(int index, float value) {
+    return DescribeFromRows(kOutputRows, index, value, sampleRate);
+}
+
+void COutputBlock::PrepareBlock(int numSamples) {
+    std::fill(mixBuffer, mixBuffer + numSamples, 0.0f);
+    CAudioBlock::PrepareBlock(numSamples);
+    float v = values[0];
+    meterLevel.store(peak * v * v, std::memory_order_relaxed);
+    peak = 0.0f;
+}
+
+void COutputBlock::Work(int voice, int numSamples) {
+    displayChanged.store(true, std::memory_order_relaxed);
+    if (!PortHasData(0, voice)) {
+        active[voice] = 0;
+        return;
+    }
+    // The peak follows the running sum, so it may see a partial sum of the voices.
+    peak = AccumulateWithPeak(mixBuffer, ports[0]->buffer[voice], numSamples, peak);
+    active[voice] = 1;
+}
+
+void COutputBlock::OutputWork(StereoBuffers buffers, int numSamples, float scale) {
+    if (disconnected || peak == 0.0f || numSamples == 0) return;
+    float v = values[0];
+    float gain = v * v;
+    float level = gain * scale;
+    for (int i = 0; i < numSamples; ++i) {
+        float shaped = OutputKnee(level * mixBuffer[i], scale);
+        buffers.left[i] += shaped;
+        buffers.right[i] += shaped;
+    }
+}
+
+// [SECTION] CPanOutputBlock
+
+namespace {
+enum : int { kPan, kVolume, kPanParamCount };
+
+constexpr ParamRow kPanOutputRows[kPanParamCount] = {
+    // name       kind                 default  value text
+    {"pan", ParamKind::SliderAlt, 0.5f, ValueText::Pan},
+    {"volume", ParamKind::Slider, 0.5f, ValueText::DecibelsOfSquare},
+};
+// The signal, then a port for "pan"; "volume" has none.
+constexpr int kPanOutputPorts = 2;
+}  // namespace
+
+CPanOutputBlock::CPanOutputBlock(VrokInstance* engine, float sampleRate) : CAudioBlock(engine, sampleRate) {
+    hasAudioInput = true;
+    hasOutputWork = true;
+    isOutput = true;
+    ConfigureFromRows(kPanOutputRows, kPanOutputPorts, kCategoryOutputs, "Output");
+}
+
+void CPanOutputBlock::ParameterChanged(int index) {
+    if (index != kPan) return;
+    PanGains gains = PanGainsForValue(values[kPan]);
+    gainLeft.store(gains.left, std::memory_order_relaxed);
+    gainRight.store(gains.right, std::memory_order_relaxed);
+}
+
+std::string CPanOutputBlock::DescribeValue(int index, float value) {
+    return DescribeFromRows(kPanOutputRows, index, value, sampleRate);
+}
+
+void CPanOutputBlock::PrepareBlock(int numSamples) {
+    std::fill(mixLeft, mixLeft + numSamples, 0.0f);
+    std::fill(mixRight, mixRight + numSamples, 0.0f);
+    CAudioBlock::PrepareBlock(numSamples);
+    // The meter follows the volume only; the pan does not move it.
+    float v = values[kVolume];
+    meterLevel.store(peak * v * v, std::memory_order_relaxed);
+    peak = 0.0f;
+}
+
+void CPanOutputBlock::Work(int voice, int numSamples) {
+    displayChanged.store(true, std::memory_order_relaxed);
+    if (!PortHasData(0, voice)) {
+        active[voice] = 0;
+        return;
+    }
+    const float* __restrict in = ports[0]->buffer[voice];
+    float* __restrict left = mixLeft;
+    float* __restrict right = mixRight;
+    // The peak of this voice's own input, not of the mix.
+    peak = PeakOf(in, numSamples, peak);
+    if (PortHasData(1, voice)) {
+        const float* panIn = ports[1]->buffer[voice];
+        float storedPan = values[kPan];
+        for (int i = 0; i < numSamples; ++i) {
+            PanGains g = PanGainsForValue(std::clamp(storedPan + panIn[i], 0.0f, 1.0f));
+            float x = in[i];
+            left[i] += x * g.left;
+            right[i] += x * g.right;
+        }
+    } else {
+        float gl = gainLeft.load(std::memory_order_relaxed);
+        float gr = gainRight.load(std::memory_order_relaxed);
+        for (int i = 0; i < numSamples; ++i) {
+            float x = in[i];
+            left[i] += x * gl;
+            right[i] += x * gr;
+        }
+    }
+    active[voice] = 1;
+}
+
+void CPanOutputBlock::OutputWork(StereoBuffers buffers, int numSamples, float scale) {
+    if (disconnected || peak == 0.0f || numSamples == 0) return;
+    float v = values[kVolume];
+    float gain = v * v;
+    MixInto(buffers.left, mixLeft, gain, scale, numSamples);
+    MixInto(buffers.right, mixRight, gain, scale, numSamples);
+}

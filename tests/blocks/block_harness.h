@@ -1,0 +1,58 @@
+// Drives a single block the way the render loop does, without a patch: prepare, fill
+// ports by hand, then Work per voice.
+#pragma once
+
+#include <cmath>
+#include <vector>
+
+#include "engine/vrok_instance.h"
+
+namespace harness {
+
+// One engine for the whole program: it owns the note tables the oscillators read, and
+// building those is the slow part. Tests set the voice count they need.
+inline VrokInstance& Engine(int voices = 1) {
+    static VrokInstance engine([](VrokInstance&, int, float) -> CAudioBlock* { return nullptr; });
+    engine.SetVoiceCount(voices, false);
+    return engine;
+}
+
+// Wires `port` and writes `value(i)` into `voice`'s row, as summing would.
+template <class Value>
+void Feed(CAudioBlock& block, int port, int voice, int numSamples, Value value) {
+    InputPort& p = *block.ports[port];
+    p.hasConnection = true;
+    p.written[voice] = 1;
+    for (int i = 0; i < numSamples; ++i) p.buffer[voice][i] = value(i);
+}
+
+// A wire that carries nothing this sample block.
+inline void WireSilent(CAudioBlock& block, int port) { block.ports[port]->hasConnection = true; }
+
+// One sample block: PrepareBlock, then `feed()`, then Work for voices 0..voices-1.
+template <class FeedFn>
+void Step(CAudioBlock& block, int numSamples, int voices, FeedFn feed) {
+    block.PrepareBlock(numSamples);
+    feed();
+    for (int v = 0; v < voices; ++v) block.Work(v, numSamples);
+}
+inline void Step(CAudioBlock& block, int numSamples, int voices = 1) {
+    Step(block, numSamples, voices, [] {});
+}
+
+// Frequency from upward zero crossings, interpolated between samples.
+inline double MeasureFrequency(const std::vector<float>& x, double sampleRate) {
+    double first = -1, last = -1;
+    int crossings = 0;
+    for (size_t i = 1; i < x.size(); ++i) {
+        if (x[i - 1] < 0.0f && x[i] >= 0.0f) {
+            double t = double(i - 1) + x[i - 1] / double(x[i - 1] - x[i]);
+            if (first < 0) first = t;
+            last = t;
+            ++crossings;
+        }
+    }
+    return crossings < 2 ? 0.0 : (crossings - 1) * sampleRate / (last - first);
+}
+
+}  // namespace harness
