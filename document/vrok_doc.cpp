@@ -175,6 +175,7 @@ PatchBlock* VrokDoc::AddBlock(int type, int pos, int x, int y) {
 PatchConnection* VrokDoc::AddConnection(PatchBlock* fromBlock, PatchBlock* toBlock, int port) {
     const int from = fromBlock && fromBlock->block ? fromBlock->block->index : -1;
     const int to = toBlock && toBlock->block ? toBlock->block->index : -1;
+    if (from < 0 || to < 0) return nullptr;  // the engine would refuse it; spare the record
     TiXmlElement element("CONNECTION");
     SetIntAttribute(element, "FROM", from);
     SetIntAttribute(element, "TO", to);

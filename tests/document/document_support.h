@@ -62,7 +62,4 @@ inline bool HasWire(const VrokInstance& engine, Wire wire) {
     return false;
 }
 
-// A document with nothing in it but the global record.
-inline void MakeEmpty(VrokDoc& doc) { doc.ClearAll(); }
-
 }  // namespace docsupport
