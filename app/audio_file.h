@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+typedef struct sf_private_tag SNDFILE;  // as sndfile.h declares it
+
 enum class SampleFormat { Float, Pcm16, Pcm24 };
 
 struct WriteResult {
@@ -13,7 +15,31 @@ struct WriteResult {
     long clippedSamples = 0;  // samples outside -1..1 (clipped in the integer formats)
 };
 
-// Writes interleaved stereo at `sampleRate` as a WAV file: first to a temporary file
-// beside `path`, then renamed over it, so a failure leaves no partial output.
+// A stereo WAV file written piece by piece into a temporary file beside `path`, which
+// only Finish renames over `path`. Destroyed unfinished, it removes the temporary file.
+class StereoWavWriter {
+public:
+    StereoWavWriter() = default;
+    ~StereoWavWriter();
+    StereoWavWriter(const StereoWavWriter&) = delete;
+    StereoWavWriter& operator=(const StereoWavWriter&) = delete;
+
+    // False, with `error` naming the file, when the temporary file cannot be made.
+    bool Open(const std::string& path, int sampleRate, SampleFormat format, std::string* error);
+    // Interleaved stereo in -1..1; samples outside are counted (and clipped by the integer
+    // formats). False once a write has failed.
+    bool Write(const float* interleaved, long frames);
+    // Closes and renames; after a failure the temporary file is gone.
+    WriteResult Finish();
+    // Closes and removes the temporary file.
+    void Abort();
+
+private:
+    SNDFILE* file = nullptr;
+    std::string path, temporary, error;
+    long clipped = 0;
+};
+
+// Writes interleaved stereo at `sampleRate` as a WAV file in one go.
 WriteResult WriteStereoWav(const std::string& path, const std::vector<float>& interleaved, int sampleRate,
                            SampleFormat format);

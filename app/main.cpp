@@ -1,15 +1,58 @@
-// The `vrok` command: renders patches without a host or a display.
+// The `vrok` command: renders, lists and converts patches without a host or a display.
+// Argument parsing only; the subcommands live in app/commands.cpp.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <string>
 
 #include "app/audio_file.h"
+#include "app/commands.h"
 #include "app/demo.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"Vrok: render modular synthesizer patches to audio files"};
     app.require_subcommand(1);
+
+    app::RenderOptions render;
+    double seconds = 0.0;
+    CLI::App* renderCommand = app.add_subcommand("render", "Render a .vrkx or .vrk patch to a WAV file");
+    renderCommand->add_option("patch", render.patch, "Patch file (.vrkx or .vrk)")->required();
+    renderCommand->add_option("-o,--output", render.output, "Output WAV file")->required();
+    renderCommand->add_option("--rate", render.sampleRate, "Sample rate in Hz")
+        ->check(CLI::Range(8000, 192000))
+        ->capture_default_str();
+    renderCommand->add_option("--play", render.play,
+                              "NOTE[:VELOCITY]@START[-END]: a MIDI note (number or name such as C4, A#3, Bb2; "
+                              "A4 = 69), velocity 1..127 (127), times in seconds; repeatable");
+    renderCommand->add_option("--midi", render.midiFile, "Standard MIDI file whose notes are played");
+    renderCommand->add_option("--track", render.track,
+                              "NOTE[:VELOCITY]@START[-END]: a pattern note played through the host's tracks, "
+                              "velocity 0..128; repeatable");
+    renderCommand->add_option("--input", render.inputFile, "Mono or stereo sound file fed to the input blocks");
+    renderCommand->add_option("--knob", render.knobs, "N=VALUE: host knob N (1..8) at VALUE (0..128); repeatable");
+    renderCommand->add_option("--tempo", render.tempo, "Host tempo in beats per minute")
+        ->check(CLI::Range(1.0, 1000.0))
+        ->capture_default_str();
+    renderCommand->add_option("--ticks-per-beat", render.ticksPerBeat, "Host ticks per beat")
+        ->check(CLI::Range(1, 256))
+        ->capture_default_str();
+    CLI::Option* secondsOption =
+        renderCommand->add_option("--seconds", seconds, "Length; default: to the last event, then until silent")
+            ->check(CLI::Range(0.001, 3600.0));
+    renderCommand->add_option("--format", render.format, "Sample format: float, pcm16 or pcm24")
+        ->check(CLI::IsMember({"float", "pcm16", "pcm24"}))
+        ->capture_default_str();
+
+    std::string infoPatch;
+    bool infoJson = false;
+    CLI::App* infoCommand = app.add_subcommand("info", "List the blocks, wires and global settings of a patch");
+    infoCommand->add_option("patch", infoPatch, "Patch file (.vrkx or .vrk)")->required();
+    infoCommand->add_flag("--json", infoJson, "Print one JSON document");
+
+    std::string convertIn, convertOut;
+    CLI::App* convertCommand = app.add_subcommand("convert", "Load a .vrkx or .vrk patch and write it as .vrkx");
+    convertCommand->add_option("input", convertIn, "Patch file (.vrkx or .vrk)")->required();
+    convertCommand->add_option("output", convertOut, "Output .vrkx file")->required();
 
     std::string demoOut = "vrok-demo.wav";
     int demoRate = 44100;
@@ -19,14 +62,25 @@ int main(int argc, char** argv) {
 
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : 2;
+        app::PrintError(std::string(e.what()) + " (see vrok --help)");
+        return 2;
     }
 
+    if (*renderCommand) {
+        if (*secondsOption) render.seconds = seconds;
+        return app::RunRender(render);
+    }
+    if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
+    if (*convertCommand) return app::RunConvert(convertIn, convertOut);
     if (*demo) {
         WriteResult result = WriteStereoWav(demoOut, RenderDemoChord(4.0f, demoRate), demoRate, SampleFormat::Float);
         if (!result.ok) {
-            std::fprintf(stderr, "vrok: %s\n", result.error.c_str());
+            app::PrintError(result.error);
             return 1;
         }
         std::printf("wrote %s (4 s, %d Hz, stereo float)\n", demoOut.c_str(), demoRate);

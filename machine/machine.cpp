@@ -64,10 +64,19 @@ std::string BareName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-bool StartsWithVrkMagic(const std::string& path) {
+// Which reader's complaint fits a file that neither could read: the binary one when the
+// file starts with its magic, or does not look like XML and is named ".vrk".
+bool LooksBinary(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    char magic[4] = {};
-    return file.read(magic, 4) && std::memcmp(magic, "vrok", 4) == 0;
+    char head[64] = {};
+    file.read(head, sizeof head);
+    const size_t got = size_t(file.gcount());
+    if (got >= 4 && std::memcmp(head, "vrok", 4) == 0) return true;
+    for (size_t i = 0; i < got; ++i) {
+        if (head[i] == '<') return false;
+        if (head[i] != ' ' && head[i] != '\t' && head[i] != '\r' && head[i] != '\n') break;
+    }
+    return path.size() >= 4 && path.compare(path.size() - 4, 4, ".vrk") == 0;
 }
 
 }  // namespace
@@ -328,8 +337,7 @@ bool mi::LoadPatchFile(const std::string& path, std::vector<LoadProblem>* report
     const bool readAsXml = document->LoadFile(path, &xmlReport);
     const bool loaded = readAsXml || document->ReadVrk(path, &vrkReport);
     if (report) {
-        // When both readers refuse, the file's first bytes say which complaint fits.
-        const bool reportXml = loaded ? readAsXml : !StartsWithVrkMagic(path);
+        const bool reportXml = loaded ? readAsXml : !LooksBinary(path);
         const LoadReport& chosen = reportXml ? xmlReport : vrkReport;
         report->insert(report->end(), chosen.begin(), chosen.end());
     }

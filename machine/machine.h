@@ -131,8 +131,9 @@ public:
     // [Shared with editor and tools]
     // Loads a ".vrkx" file, or failing that a ".vrk" file, under the machine lock. False
     // with the patch untouched when neither reads; `report` then holds the problems of the
-    // format the file looks like (binary when it starts with the magic "vrok"). On success
-    // it holds what the load skipped (refused wires, unknown blocks).
+    // format the file looks like (binary when it starts with the magic "vrok", or is named
+    // ".vrk" and does not start like XML). On success it holds what the load skipped
+    // (refused wires, unknown blocks).
     bool LoadPatchFile(const std::string& path, std::vector<LoadProblem>* report = nullptr);
     void OpenEditor();
     // Builds windowTitle from the host's name for the machine and shows it.

@@ -1,0 +1,185 @@
+// render, info and convert: argument checks first, then the patch, then the work, so that
+// nothing is written unless everything before it succeeded.
+#include "app/commands.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "app/audio_file.h"
+#include "app/input_file.h"
+#include "app/midi_file.h"
+#include "app/note_spec.h"
+#include "app/patch_info.h"
+#include "app/patch_load.h"
+#include "app/progress.h"
+#include "app/render.h"
+#include "document/vrok_doc.h"
+#include "engine/vrok_instance.h"
+#include "machine/machine.h"
+
+namespace app {
+namespace {
+
+// The engine is built at this rate and makes its master effects there.
+constexpr int kEngineStartRate = 44100;
+// Ticks shorter than this would leave Work calls of a few frames.
+constexpr double kMinSamplesPerTick = 16.0;
+
+void PrintWarnings(const std::vector<std::string>& warnings) {
+    for (const std::string& line : warnings) std::fprintf(stderr, "vrok: warning: %s\n", line.c_str());
+}
+
+// Runs `body`, turning the two kinds of failure into messages and exit statuses.
+template <class Body>
+int Guarded(Body body) {
+    try {
+        return body();
+    } catch (const UsageError& e) {
+        PrintError(e.what());
+        return 2;
+    } catch (const InputError& e) {
+        PrintError(e.what());
+        return 1;
+    } catch (const std::bad_alloc&) {
+        PrintError("out of memory");
+        return 1;
+    }
+}
+
+SampleFormat ParseFormat(const std::string& text) {
+    if (text == "float") return SampleFormat::Float;
+    if (text == "pcm16") return SampleFormat::Pcm16;
+    if (text == "pcm24") return SampleFormat::Pcm24;
+    throw UsageError("--format '" + text + "': expected float, pcm16 or pcm24");
+}
+
+// Fails early when the output could never be written, before a long render.
+void CheckOutputPlace(const std::string& path) {
+    namespace fs = std::filesystem;
+    std::error_code code;
+    if (fs::is_directory(path, code)) throw InputError(path + ": is a directory");
+    const fs::path parent = fs::path(path).parent_path();
+    if (!parent.empty() && !fs::is_directory(parent, code))
+        throw InputError(path + ": directory " + parent.string() + " does not exist");
+}
+
+RenderPlan MakePlan(const RenderOptions& options) {
+    RenderPlan plan;
+    plan.seconds = options.seconds;
+    for (const std::string& text : options.play) {
+        const NoteSpec spec = ParseNoteSpec("--play", text);
+        const int velocity = spec.velocity.value_or(127);
+        if (velocity < 1 || velocity > 127) throw UsageError("--play '" + text + "': velocity must be 1..127");
+        plan.midiNotes.push_back({spec.start, 0, spec.note, velocity});
+        if (spec.end) plan.midiNotes.push_back({*spec.end, 0, spec.note, 0});
+    }
+    for (const std::string& text : options.track) plan.trackNotes.push_back(ParseNoteSpec("--track", text));
+    for (const std::string& text : options.knobs) {
+        const auto [knob, value] = ParseKnobSpec(text);
+        plan.knobs[size_t(knob)] = value;
+    }
+    return plan;
+}
+
+}  // namespace
+
+void PrintError(const std::string& message) {
+    size_t start = 0;
+    while (start <= message.size()) {
+        const size_t end = message.find('\n', start);
+        std::fprintf(stderr, "vrok: %s\n", message.substr(start, end - start).c_str());
+        if (end == std::string::npos) break;
+        start = end + 1;
+    }
+}
+
+int RunRender(const RenderOptions& options) {
+    return Guarded([&] {
+        // Arguments first: exit 2 before any file is touched.
+        const SampleFormat format = ParseFormat(options.format);
+        RenderPlan plan = MakePlan(options);
+        CommandLineHost host(options.sampleRate, options.tempo, options.ticksPerBeat);
+        if (host.samplesPerTickExact < kMinSamplesPerTick)
+            throw UsageError("--tempo " + std::to_string(options.tempo) + " with --ticks-per-beat " +
+                             std::to_string(options.ticksPerBeat) + ": ticks would be shorter than 16 samples");
+        BuildSchedule(plan, options.sampleRate, host.samplesPerTickExact);  // checks the track notes
+
+        // Then the files.
+        CheckOutputPlace(options.output);
+        if (!options.midiFile.empty()) {
+            for (const MidiNoteEvent& event : ReadMidiFile(options.midiFile)) plan.midiNotes.push_back(event);
+        }
+        if (!options.inputFile.empty()) plan.input = ReadInputFile(options.inputFile, options.sampleRate);
+        const Schedule schedule = BuildSchedule(plan, options.sampleRate, host.samplesPerTickExact);
+
+        mi machine(host);
+        machine.Init(nullptr);
+        PrintWarnings(LoadPatch(machine, options.patch));
+        if (options.sampleRate != kEngineStartRate) {
+            // The machine rebuilds the master effects only when the host's rate changes, and
+            // this host starts at its final rate, so they are rebuilt here once.
+            machine.document->engine->ChangeSampleRate(float(options.sampleRate));
+            machine.document->ReapplyGlobals();
+        }
+
+        StereoWavWriter writer;
+        std::string error;
+        if (!writer.Open(options.output, options.sampleRate, format, &error)) throw InputError(error);
+        ProgressBar bar(isatty(STDERR_FILENO) == 1);
+        const RenderStats stats = RenderWithMachine(
+            machine, host, plan, schedule, [&](const float* samples, int frames) { return writer.Write(samples, frames); },
+            [&](long done, long expected) { bar.Update(done, expected, options.sampleRate); });
+        bar.Finish();
+        const WriteResult result = writer.Finish();
+        if (!result.ok) throw InputError(result.error);
+
+        const double seconds = double(stats.frames) / double(options.sampleRate);
+        std::printf("wrote %s: %.2f s, %d Hz, stereo %s\n", options.output.c_str(), seconds, options.sampleRate,
+                    options.format.c_str());
+        if (result.clippedSamples > 0)
+            std::fprintf(stderr, "vrok: warning: %s: %ld samples %s\n", options.output.c_str(), result.clippedSamples,
+                         format == SampleFormat::Float ? "outside -1..1 (kept as they are in float)"
+                                                       : "clipped to full scale");
+        if (stats.stillSounding)
+            std::fprintf(stderr, "vrok: warning: %s: still sounding after %.0f s of tail; cut there\n",
+                         options.output.c_str(), kMaxTailSeconds);
+        return 0;
+    });
+}
+
+int RunInfo(const std::string& patch, bool json) {
+    return Guarded([&] {
+        CommandLineHost host(kEngineStartRate, 126.0, 4);
+        mi machine(host);
+        machine.Init(nullptr);
+        PrintWarnings(LoadPatch(machine, patch));
+        if (json) {
+            nlohmann::json document = PatchToJson(*machine.document);
+            document["file"] = patch;
+            std::cout << document.dump(2) << '\n';
+        } else {
+            std::cout << PatchToText(*machine.document, patch);
+        }
+        return 0;
+    });
+}
+
+int RunConvert(const std::string& input, const std::string& output) {
+    return Guarded([&] {
+        CheckOutputPlace(output);
+        CommandLineHost host(kEngineStartRate, 126.0, 4);
+        mi machine(host);
+        machine.Init(nullptr);
+        PrintWarnings(LoadPatch(machine, input));
+        std::string error;
+        if (!machine.document->SaveFile(output, &error)) throw InputError(error.empty() ? output + ": cannot write" : error);
+        std::printf("wrote %s\n", output.c_str());
+        return 0;
+    });
+}
+
+}  // namespace app

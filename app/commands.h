@@ -1,0 +1,34 @@
+// The subcommands of `vrok`, each returning the exit status: 0 done, 1 a file was bad
+// or could not be written, 2 an argument was bad. Messages go to stderr, one line each,
+// as "vrok: FILE: what is wrong"; data goes to stdout.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace app {
+
+struct RenderOptions {
+    std::string patch;
+    std::string output;
+    int sampleRate = 44100;
+    std::vector<std::string> play;
+    std::string midiFile;
+    std::vector<std::string> track;
+    std::string inputFile;
+    std::vector<std::string> knobs;
+    double tempo = 126.0;
+    int ticksPerBeat = 4;
+    std::optional<double> seconds;
+    std::string format = "float";
+};
+
+int RunRender(const RenderOptions& options);
+int RunInfo(const std::string& patch, bool json);
+int RunConvert(const std::string& input, const std::string& output);
+
+// Prints "vrok: " before each line of `message` on stderr.
+void PrintError(const std::string& message);
+
+}  // namespace app

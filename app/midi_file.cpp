@@ -1,0 +1,85 @@
+// MIDI file reading. libsmf reports its troubles through GLib's log; they are caught here
+// and become part of the one message about the file.
+#include "app/midi_file.h"
+
+#include <glib.h>
+#include <smf.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "app/note_spec.h"
+
+namespace app {
+namespace {
+
+void CollectLog(const gchar*, GLogLevelFlags, const gchar* message, gpointer data) {
+    auto* messages = static_cast<std::string*>(data);
+    if (messages->empty() && message) *messages = message;
+}
+
+// Routes GLib's log into a string while it lives.
+class LogCapture {
+public:
+    LogCapture() { previous = g_log_set_default_handler(CollectLog, &firstMessage); }
+    ~LogCapture() { g_log_set_default_handler(previous, nullptr); }
+    std::string firstMessage;
+
+private:
+    GLogFunc previous;
+};
+
+uint32_t BigEndian32(const unsigned char* p) { return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3]; }
+
+// The file's chunk structure, checked before libsmf sees it: a header chunk, then chunks
+// that each fit inside the file. libsmf accepts some cut-off files silently.
+void CheckChunks(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw InputError(path + ": cannot read file: " + std::strerror(errno));
+    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+    if (bytes.size() < 14 || std::memcmp(data, "MThd", 4) != 0)
+        throw InputError(path + ": not a standard MIDI file (no \"MThd\" header)");
+    size_t at = 0;
+    while (at < bytes.size()) {
+        if (bytes.size() - at < 8) throw InputError(path + ": truncated MIDI file (a chunk header is cut off)");
+        const uint32_t length = BigEndian32(data + at + 4);
+        if (length > bytes.size() - at - 8)
+            throw InputError(path + ": truncated MIDI file (a chunk ends past the end of the file)");
+        at += 8 + size_t(length);
+    }
+}
+
+}  // namespace
+
+std::vector<MidiNoteEvent> ReadMidiFile(const std::string& path) {
+    CheckChunks(path);
+    LogCapture log;
+    smf_t* smf = smf_load(path.c_str());
+    if (!smf) {
+        const std::string why = log.firstMessage.empty() ? "" : " (" + log.firstMessage + ")";
+        throw InputError(path + ": cannot read MIDI file" + why);
+    }
+    std::vector<MidiNoteEvent> events;
+    smf_rewind(smf);
+    while (smf_event_t* event = smf_get_next_event(smf)) {
+        if (smf_event_is_metadata(event) || event->midi_buffer_length < 3) continue;
+        const int status = event->midi_buffer[0] & 0xF0;
+        if (status != 0x80 && status != 0x90) continue;
+        MidiNoteEvent note;
+        note.seconds = std::max(0.0, event->time_seconds);
+        note.channel = event->midi_buffer[0] & 0x0F;
+        note.note = event->midi_buffer[1] & 0x7F;
+        note.velocity = status == 0x90 ? event->midi_buffer[2] & 0x7F : 0;
+        events.push_back(note);
+    }
+    smf_delete(smf);
+    std::stable_sort(events.begin(), events.end(),
+                     [](const MidiNoteEvent& a, const MidiNoteEvent& b) { return a.seconds < b.seconds; });
+    return events;
+}
+
+}  // namespace app

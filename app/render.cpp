@@ -1,0 +1,146 @@
+// The render loop of `vrok render`: a schedule of frames and ticks, then Tick, MidiNote
+// and Work in the order a tracker host would call them.
+#include "app/render.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+
+#include "engine/audio_block.h"
+#include "machine/machine.h"
+
+namespace app {
+namespace {
+
+long FrameOf(double seconds, int sampleRate) { return std::lround(seconds * double(sampleRate)); }
+
+long TickFrame(long tick, double samplesPerTick) { return std::lround(double(tick) * samplesPerTick); }
+
+void ClearRow(mi& machine) {
+    for (auto& track : machine.trackValues) track = {};
+    for (auto& knob : machine.globalValues) knob = machine::kNoValueByte;
+}
+
+}  // namespace
+
+CommandLineHost::CommandLineHost(int sampleRate, double tempoBpm, int ticksPerBeat)
+    : samplesPerTickExact(double(sampleRate) * 60.0 / (tempoBpm * double(ticksPerBeat))) {
+    master.samplesPerSec = sampleRate;
+    master.samplesPerTick = int(samplesPerTickExact);
+    master.ticksPerBeat = ticksPerBeat;
+}
+
+Schedule BuildSchedule(const RenderPlan& plan, int sampleRate, double samplesPerTick) {
+    Schedule schedule;
+    for (const MidiNoteEvent& event : plan.midiNotes)
+        schedule.midi.push_back({FrameOf(event.seconds, sampleRate), event});
+    // On one frame releases go first, so a note that ends where it starts again sounds.
+    std::stable_sort(schedule.midi.begin(), schedule.midi.end(), [](const auto& a, const auto& b) {
+        return a.frame != b.frame ? a.frame < b.frame : (a.event.velocity == 0 && b.event.velocity != 0);
+    });
+
+    std::vector<const NoteSpec*> notes;
+    for (const NoteSpec& note : plan.trackNotes) notes.push_back(&note);
+    std::stable_sort(notes.begin(), notes.end(), [](const NoteSpec* a, const NoteSpec* b) { return a->start < b->start; });
+    long busyUntil[machine::kMaxTracks];
+    std::fill(std::begin(busyUntil), std::end(busyUntil), LONG_MIN);
+    const double ticksPerSecond = double(sampleRate) / samplesPerTick;
+    for (const NoteSpec* note : notes) {
+        const std::optional<int> noteByte = EncodeTrackerNote(note->note);
+        if (!noteByte)
+            throw UsageError("--track: MIDI note " + std::to_string(note->note) +
+                             " is outside the pattern's range 5..124 (F-1..E9)");
+        if (note->velocity && (*note->velocity < 0 || *note->velocity > 128))
+            throw UsageError("--track: velocity " + std::to_string(*note->velocity) + " is outside 0..128");
+        const long startTick = std::lround(note->start * ticksPerSecond);
+        const long endTick = note->end ? std::max(startTick + 1, std::lround(*note->end * ticksPerSecond)) : LONG_MAX;
+        int track = 0;
+        while (track < machine::kMaxTracks && busyUntil[track] > startTick) ++track;
+        if (track == machine::kMaxTracks)
+            throw UsageError("--track: more than 16 notes would sound at once at " + std::to_string(note->start) + " s");
+        const uint8_t velocity = note->velocity ? uint8_t(*note->velocity) : uint8_t(machine::kNoValueByte);
+        schedule.rows[startTick].push_back({track, uint8_t(*noteByte), velocity});
+        // A note starting on the same tick on this track is pushed later and wins.
+        if (note->end) schedule.rows[endTick].push_back({track, uint8_t(machine::kNoteOff), uint8_t(machine::kNoValueByte)});
+        busyUntil[track] = endTick;
+        schedule.numTracks = std::max(schedule.numTracks, track + 1);
+    }
+
+    long last = long(plan.input.size() / 2);
+    if (!schedule.midi.empty()) last = std::max(last, schedule.midi.back().frame);
+    if (!schedule.rows.empty()) last = std::max(last, TickFrame(schedule.rows.rbegin()->first, samplesPerTick));
+    schedule.lastEventFrame = last;
+    return schedule;
+}
+
+RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const RenderPlan& plan,
+                              const Schedule& schedule, const AudioSink& sink, const ProgressSink& progress) {
+    const int rate = host.master.samplesPerSec;
+    const double samplesPerTick = host.samplesPerTickExact;
+    const long inputFrames = long(plan.input.size() / 2);
+    const long totalFrames = plan.seconds ? FrameOf(*plan.seconds, rate) : -1;
+    const long last = schedule.lastEventFrame;
+    const long endFrame = totalFrames >= 0 ? totalFrames : last + FrameOf(kMaxTailSeconds, rate);
+    const long silenceToStop = FrameOf(kSilentSecondsToStop, rate);
+    const int mode = plan.input.empty() ? kWorkWrite : kWorkRead | kWorkWrite;
+
+    machine.SetNumTracks(std::max(1, schedule.numTracks));
+    ClearRow(machine);
+    float buffer[2 * kMaxFrames];
+    long frame = 0, tick = 0, silentRun = 0;
+    size_t nextMidi = 0;
+    auto nextRow = schedule.rows.begin();
+    while (frame < endFrame) {
+        if (totalFrames < 0 && frame >= last && silentRun >= silenceToStop) break;
+        // The tracker's order: the row's Tick, then what arrived by MIDI, then audio.
+        if (frame == TickFrame(tick, samplesPerTick)) {
+            if (tick == 0)
+                for (int k = 0; k < machine::kNumKnobs; ++k)
+                    if (plan.knobs[size_t(k)] >= 0) machine.globalValues[k] = uint8_t(plan.knobs[size_t(k)]);
+            if (nextRow != schedule.rows.end() && nextRow->first == tick) {
+                for (const TrackCell& cell : nextRow->second) {
+                    machine.trackValues[cell.track].note = cell.note;
+                    machine.trackValues[cell.track].velocity = cell.velocity;
+                }
+                ++nextRow;
+            }
+            machine.Tick();
+            ClearRow(machine);
+            ++tick;
+        }
+        for (; nextMidi < schedule.midi.size() && schedule.midi[nextMidi].frame <= frame; ++nextMidi) {
+            const MidiNoteEvent& event = schedule.midi[nextMidi].event;
+            machine.MidiNote(event.channel, event.note, event.velocity);
+        }
+
+        long end = std::min({frame + kMaxFrames, endFrame, TickFrame(tick, samplesPerTick)});
+        if (nextMidi < schedule.midi.size()) end = std::min(end, schedule.midi[nextMidi].frame);
+        if (frame < inputFrames) end = std::min(end, inputFrames);
+        if (frame < last) end = std::min(end, last);
+        const int n = int(end - frame);
+
+        for (int i = 0; i < n; ++i) {
+            const long at = frame + i;
+            const bool fed = at < inputFrames;
+            buffer[2 * i] = fed ? plan.input[size_t(at) * 2] * kHostScale : 0.0f;
+            buffer[2 * i + 1] = fed ? plan.input[size_t(at) * 2 + 1] * kHostScale : 0.0f;
+        }
+        machine.Work(buffer, n, mode);
+        for (int i = 0; i < 2 * n; ++i) buffer[i] /= kHostScale;
+        if (frame >= last) {
+            for (int i = 0; i < n; ++i) {
+                const bool silent = std::fabs(buffer[2 * i]) < kSilence && std::fabs(buffer[2 * i + 1]) < kSilence;
+                silentRun = silent ? silentRun + 1 : 0;
+            }
+        }
+        frame = end;
+        if (!sink(buffer, n)) break;
+        if (progress) progress(frame, totalFrames >= 0 ? totalFrames : (frame < last ? last : 0));
+    }
+    RenderStats stats;
+    stats.frames = frame;
+    stats.stillSounding = totalFrames < 0 && frame >= endFrame && silentRun < silenceToStop;
+    return stats;
+}
+
+}  // namespace app
