@@ -254,16 +254,4 @@ TEST(MachineHost, LiveMachinesAreListedInOrderOfCreation) {
     EXPECT_EQ(live[before], second.get());
 }
 
-TEST(MachineInfo, DescribesKnobsThenTrackParameters) {
-    const machine::MachineInfo& info = machine::GetInfo();
-    ASSERT_EQ(info.parameters.size(), size_t(info.numGlobalParameters + info.numTrackParameters));
-    EXPECT_STREQ(info.parameters[7].name, "Knob 8");
-    EXPECT_STREQ(info.parameters[8].name, "Note");
-    for (const machine::ParameterInfo& p : info.parameters) {
-        EXPECT_GE(p.defaultValue, p.kind == machine::ParameterKind::Note ? 0 : p.minValue) << p.name;
-        EXPECT_LE(p.defaultValue, p.maxValue) << p.name;
-    }
-    EXPECT_EQ(info.attributes.size(), 1u);
-}
-
 }  // namespace

@@ -106,14 +106,6 @@ TEST_F(MachineWork, MonoToStereoRendersWithoutInputs) {
     EXPECT_FALSE(machine.WorkMonoToStereo(in.data(), out.data(), 256, kWorkRead));
 }
 
-TEST_F(MachineWork, SamplesPerBarFollowsTheHost) {
-    host.master.samplesPerTick = 1000;
-    host.master.ticksPerBeat = 6;
-    std::vector<float> samples = Buffer(16, 0.0f);
-    machine.Work(samples.data(), 16, 0);
-    EXPECT_EQ(Engine(machine).samplesPerBar, 24000);
-}
-
 TEST_F(MachineWork, RateChangeRebuildsAndReappliesGlobals) {
     MakeSinePatch(*machine.document);
     VrokInstance& engine = Engine(machine);
