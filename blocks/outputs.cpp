@@ -100,12 +100,6 @@ float AccumulateWithPeak(float* __restrict mix, const float* __restrict in, int 
     return top;
 }
 
-template <int N>
-std::string DescribeFromRows(const ParamRow (&rows)[N], int index, float value, float sampleRate) {
-    if (index < 0 || index >= N) return {};
-    return DescribeRowValue(rows[index], value, sampleRate);
-}
-
 }  // namespace
 
 // [SECTION] COutputBlock
@@ -127,7 +121,7 @@ COutputBlock::COutputBlock(VrokInstance* engine, float sampleRate) : CAudioBlock
 }
 
 std::string COutputBlock::DescribeValue(int index, float value) {
-    return DescribeFromRows(kOutputRows, index, value, sampleRate);
+    return DescribeRowValue(kOutputRows, index, value, sampleRate);
 }
 
 void COutputBlock::PrepareBlock(int numSamples) {
@@ -190,7 +184,7 @@ void CPanOutputBlock::ParameterChanged(int index) {
 }
 
 std::string CPanOutputBlock::DescribeValue(int index, float value) {
-    return DescribeFromRows(kPanOutputRows, index, value, sampleRate);
+    return DescribeRowValue(kPanOutputRows, index, value, sampleRate);
 }
 
 void CPanOutputBlock::PrepareBlock(int numSamples) {

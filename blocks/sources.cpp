@@ -12,14 +12,6 @@
 
 #include "blocks/pan_law.h"
 
-namespace {
-template <int N>
-std::string DescribeFromRows(const ParamRow (&rows)[N], int index, float value, float sampleRate) {
-    if (index < 0 || index >= N) return {};
-    return DescribeRowValue(rows[index], value, sampleRate);
-}
-}  // namespace
-
 // [SECTION] CNoiseBlock
 
 namespace {
@@ -41,7 +33,7 @@ void CNoiseBlock::ParameterChanged(int index) {
 }
 
 std::string CNoiseBlock::DescribeValue(int index, float value) {
-    return DescribeFromRows(kNoiseRows, index, value, sampleRate);
+    return DescribeRowValue(kNoiseRows, index, value, sampleRate);
 }
 
 void CNoiseBlock::PrepareBlock(int numSamples) {
@@ -87,7 +79,7 @@ void CImpulseBlock::ParameterChanged(int index) {
 }
 
 std::string CImpulseBlock::DescribeValue(int index, float value) {
-    return DescribeFromRows(kImpulseRows, index, value, sampleRate);
+    return DescribeRowValue(kImpulseRows, index, value, sampleRate);
 }
 
 void CImpulseBlock::NoteOn(int, int voice) { trigger[voice] = 1; }
@@ -121,7 +113,7 @@ CInputBlock::CInputBlock(VrokInstance* engine, float sampleRate) : CAudioBlock(e
 }
 
 std::string CInputBlock::DescribeValue(int index, float value) {
-    return DescribeFromRows(kInputRows, index, value, sampleRate);
+    return DescribeRowValue(kInputRows, index, value, sampleRate);
 }
 
 void CInputBlock::PrepareBlock(int numSamples) {
@@ -198,7 +190,7 @@ void CInputPanBlock::ParameterChanged(int index) {
 }
 
 std::string CInputPanBlock::DescribeValue(int index, float value) {
-    return DescribeFromRows(kInputPanRows, index, value, sampleRate);
+    return DescribeRowValue(kInputPanRows, index, value, sampleRate);
 }
 
 void CInputPanBlock::PrepareBlock(int numSamples) {

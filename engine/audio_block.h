@@ -175,3 +175,9 @@ public:
 
 // Text of a row whose ValueText is not Custom. GUI thread; allocates.
 std::string DescribeRowValue(const ParamRow& row, float value, float sampleRate);
+// The same, picked from a block's table by index; empty past its end.
+template <int N>
+std::string DescribeRowValue(const ParamRow (&rows)[N], int index, float value, float sampleRate) {
+    if (index < 0 || index >= N) return {};
+    return DescribeRowValue(rows[index], value, sampleRate);
+}

@@ -296,11 +296,10 @@ void VrokInstance::RunBlocks(int numSamples) {
     for (int k = 0; k < orderCount; ++k) {
         CAudioBlock& b = *blocks[order[k]];
         b.PrepareBlock(numSamples);
+        SumInputs(b, numSamples);
         if (!b.monophonic) {
-            SumInputsPolyphonic(b, numSamples);
             for (int v = 0; v < numVoices; ++v) b.Work(v, numSamples);
         } else {
-            SumInputsMonophonic(b, numSamples);
             b.Work(0, numSamples);
             for (int v = 1; v < numVoices; ++v) {
                 b.active[v] = b.active[0];
@@ -324,27 +323,20 @@ void MixInto(InputPort& port, int row, const float* source, int numSamples) {
 }
 }  // namespace
 
-void VrokInstance::SumInputsPolyphonic(CAudioBlock& b, int numSamples) {
+void VrokInstance::SumInputs(CAudioBlock& b, int numSamples) {
+    // A monophonic block gets every voice of a polyphonic source folded into row 0; a
+    // monophonic source's rows are copies, so only its row 0 counts there.
+    const bool fold = b.monophonic;
     for (const Connection& c : connections) {
         if (!c.inUse || c.toBlock != b.index) continue;
         const CAudioBlock& source = *blocks[c.fromBlock];
         InputPort& port = *b.ports[c.toPort];
         port.hasConnection = true;
-        for (int v = 0; v < numVoices; ++v)
-            if (source.active[v]) MixInto(port, v, source.output[v], numSamples);
-    }
-}
-
-void VrokInstance::SumInputsMonophonic(CAudioBlock& b, int numSamples) {
-    // Every voice of a polyphonic source folds into row 0; a monophonic source's rows are
-    // copies, so only its row 0 counts.
-    for (const Connection& c : connections) {
-        if (!c.inUse || c.toBlock != b.index) continue;
-        const CAudioBlock& source = *blocks[c.fromBlock];
-        InputPort& port = *b.ports[c.toPort];
-        port.hasConnection = true;
-        for (int v = 0; v < numVoices; ++v)
-            if (source.active[v] && (!source.monophonic || v == 0)) MixInto(port, 0, source.output[v], numSamples);
+        for (int v = 0; v < numVoices; ++v) {
+            if (!source.active[v]) continue;
+            if (!fold) MixInto(port, v, source.output[v], numSamples);
+            else if (!source.monophonic || v == 0) MixInto(port, 0, source.output[v], numSamples);
+        }
     }
 }
 

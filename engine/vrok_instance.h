@@ -139,8 +139,7 @@ private:
     void PolyphonyWalk(int id, bool inputPolyphonic);
     bool PathExists(int from, int to) const;
     void StartVoice(int voice, int note, int velocity, bool retrigger);
-    void SumInputsPolyphonic(CAudioBlock& block, int numSamples);
-    void SumInputsMonophonic(CAudioBlock& block, int numSamples);
+    void SumInputs(CAudioBlock& block, int numSamples);
     void MeasurePeaks(CAudioBlock& block, int numSamples);
     void RetireVoices();
     void SendPitches();

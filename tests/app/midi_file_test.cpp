@@ -29,7 +29,7 @@ std::vector<uint8_t> SmallSong() {
     };
     std::vector<uint8_t> bytes = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 0, 0, 1, 0, 96,
                                   'M', 'T', 'r', 'k', 0, 0, 0, uint8_t(track.size())};
-    bytes.insert(bytes.end(), track.begin(), track.end());
+    for (uint8_t b : track) bytes.push_back(b);
     return bytes;
 }
 

@@ -13,6 +13,9 @@
 #include "document/block_types.h"
 #include "engine/vrok_instance.h"
 
+// GCC cannot see that these replacements pair malloc with free.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
 namespace {
 std::atomic<bool> armed{false};
 std::atomic<long> allocations{0};
