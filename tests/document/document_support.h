@@ -1,7 +1,7 @@
-// Helpers shared by the document tests: a log recorder, a window that counts what the
-// document tells it, and a look at the engine's wires.
+// Helpers for the document tests: a log recorder and a look at the engine's live wires.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,17 +15,11 @@ namespace docsupport {
 // Records every log line while it lives.
 class LogRecorder {
 public:
-    LogRecorder() {
-        Lines().clear();
-        previous = SetLogSink(&Record);
-    }
+    LogRecorder() : previous(SetLogSink(&Record)) { Lines().clear(); }
     ~LogRecorder() { SetLogSink(previous); }
     bool Has(int level, const std::string& text) const {
-        for (const auto& [l, t] : Lines())
-            if (l == level && t == text) return true;
-        return false;
+        return std::find(Lines().begin(), Lines().end(), std::make_pair(level, text)) != Lines().end();
     }
-    size_t Count() const { return Lines().size(); }
 
 private:
     static std::vector<std::pair<int, std::string>>& Lines() {
@@ -34,14 +28,6 @@ private:
     }
     static void Record(int level, const char* text) { Lines().emplace_back(level, text); }
     LogSink previous;
-};
-
-class CountingView : public DocumentView {
-public:
-    void DocumentChanged() override { ++changes; }
-    void StorableAdded(Storable* storable) override { added.push_back(storable); }
-    int changes = 0;
-    std::vector<Storable*> added;
 };
 
 struct Wire {
@@ -57,9 +43,8 @@ inline std::vector<Wire> LiveWires(const VrokInstance& engine) {
 }
 
 inline bool HasWire(const VrokInstance& engine, Wire wire) {
-    for (const Wire& w : LiveWires(engine))
-        if (w == wire) return true;
-    return false;
+    const std::vector<Wire> wires = LiveWires(engine);
+    return std::find(wires.begin(), wires.end(), wire) != wires.end();
 }
 
 }  // namespace docsupport

@@ -7,7 +7,6 @@
 
 namespace {
 
-using docsupport::CountingView;
 using docsupport::HasWire;
 using docsupport::LiveWires;
 using docsupport::Wire;
@@ -22,22 +21,26 @@ bool Buildable(int type) {
 
 TEST(VrokDocDefaultPatch, HoldsWhatTheFactoryCanMakeWiredInARow) {
     VrokDoc doc;
-    int expectedBlocks = 0;
-    for (int type : {49, 1, 0}) {
-        const bool buildable = Buildable(type);
-        expectedBlocks += buildable;
-        bool found = false;
-        for (const auto& patchBlock : doc.patchBlocks) found |= patchBlock->block->type == type;
-        EXPECT_EQ(found, buildable) << "type " << type;
+    ASSERT_TRUE(Buildable(49) && Buildable(0));
+    for (int type : {49, 1, 0}) {  // input, filter, output
+        const bool found = std::any_of(doc.patchBlocks.begin(), doc.patchBlocks.end(),
+                                       [&](const auto& b) { return b->block->type == type; });
+        EXPECT_EQ(found, Buildable(type)) << "type " << type;
     }
-    EXPECT_EQ(static_cast<int>(doc.patchBlocks.size()), expectedBlocks);
-    // Input to filter and filter to output need the filter; no half-made wire records stay.
-    const size_t expectedWires = Buildable(1) ? (Buildable(49) ? 1 : 0) + (Buildable(0) ? 1 : 0) : 0;
-    EXPECT_EQ(doc.patchConnections.size(), expectedWires);
-    EXPECT_EQ(LiveWires(*doc.engine).size(), expectedWires);
-    EXPECT_EQ(doc.objects.size(), 1 + doc.patchBlocks.size() + doc.patchConnections.size());
+    // Both wires need the filter; no half-made wire records stay.
+    const size_t wires = Buildable(1) ? 2 : 0;
+    EXPECT_EQ(doc.patchConnections.size(), wires);
+    EXPECT_EQ(LiveWires(*doc.engine).size(), wires);
+    EXPECT_EQ(doc.objects.size(), 1 + doc.patchBlocks.size() + wires);
     EXPECT_TRUE(doc.initialised);
 }
+
+class CountingView : public DocumentView {
+public:
+    void DocumentChanged() override { ++changes; }
+    void StorableAdded(Storable*) override {}
+    int changes = 0;
+};
 
 class VrokDocEdit : public ::testing::Test {
 protected:
@@ -49,28 +52,23 @@ protected:
     CountingView view;
 };
 
-TEST_F(VrokDocEdit, RefusedBlockLeavesNoRecord) {
+TEST_F(VrokDocEdit, RefusedBlocksAndWiresLeaveNoTrace) {
     EXPECT_EQ(doc.AddBlock(36, -1, 10, 10), nullptr);  // a type number with no block
     EXPECT_EQ(doc.objects.size(), 1u);
     EXPECT_EQ(doc.UndoCount(), 0u);
-    ASSERT_NE(doc.AddBlock(kOsc, 3, 0, 0), nullptr);
+    PatchBlock* a = doc.AddBlock(kOsc, 3, 0, 0);
+    ASSERT_NE(a, nullptr);
     EXPECT_EQ(doc.AddBlock(kOutput, 3, 0, 0), nullptr);  // the slot is taken
-    EXPECT_EQ(doc.patchBlocks.size(), 1u);
-    EXPECT_EQ(doc.UndoCount(), 1u);
-}
-
-TEST_F(VrokDocEdit, WireThatClosesALoopIsRefusedWithoutTrace) {
-    PatchBlock* a = doc.AddBlock(kOsc, -1, 0, 0);
     PatchBlock* b = doc.AddBlock(kOsc, -1, 0, 0);
     ASSERT_NE(doc.AddConnection(a, b, 0), nullptr);
     const size_t objects = doc.objects.size();
     const size_t undo = doc.UndoCount();
-
-    EXPECT_EQ(doc.AddConnection(b, a, 0), nullptr);
+    EXPECT_EQ(doc.AddConnection(b, a, 0), nullptr);  // closes a loop
     EXPECT_EQ(doc.AddConnection(a, b, 0), nullptr);  // the same wire twice
     EXPECT_EQ(doc.AddConnection(a, nullptr, 0), nullptr);
     EXPECT_EQ(doc.objects.size(), objects);
     EXPECT_EQ(doc.UndoCount(), undo);
+    EXPECT_EQ(doc.patchBlocks.size(), 2u);
     EXPECT_EQ(doc.patchConnections.size(), 1u);
 }
 
@@ -110,54 +108,24 @@ TEST_F(VrokDocEdit, DeletingABlockAloneForgetsItsWires) {
     PatchConnection* wire = doc.AddConnection(osc, output, 0);
     ASSERT_NE(wire, nullptr);
     doc.DeleteObject(osc);
-    // The engine took the wire; a new wire may reuse the table entry, so the record
-    // must not hold on to it.
+    // The engine took the wire; a new wire may reuse its table entry, so the record must
+    // not hold on to it.
     EXPECT_EQ(wire->connection, nullptr);
-    PatchBlock* other = doc.AddBlock(kOsc, 0, 0, 0);
-    ASSERT_NE(doc.AddConnection(other, output, 0), nullptr);
+    ASSERT_NE(doc.AddConnection(doc.AddBlock(kOsc, 0, 0, 0), output, 0), nullptr);
     doc.DeleteObject(wire);
     EXPECT_TRUE(HasWire(*doc.engine, Wire{0, 1, 0}));
 }
 
-TEST_F(VrokDocEdit, DeleteOnGlobalOnlyRefreshes) {
+TEST_F(VrokDocEdit, DeleteOnGlobalOnlyRefreshesAndClearAllResetsIt) {
+    doc.AddBlock(kOsc, -1, 0, 0);
     doc.global->SetValue("Param_Voice_Transpose", 0.75f);
     const int changes = view.changes;
     doc.Delete(doc.global.get());
     EXPECT_EQ(view.changes, changes + 1);
-    EXPECT_EQ(doc.objects.at(doc.global->id), doc.global.get());
-    EXPECT_FLOAT_EQ(doc.global->Value("Param_Voice_Transpose"), 0.75f);
     doc.DeleteObject(doc.global.get());
     EXPECT_EQ(doc.objects.at(doc.global->id), doc.global.get());
-}
+    EXPECT_FLOAT_EQ(doc.global->Value("Param_Voice_Transpose"), 0.75f);
 
-TEST_F(VrokDocEdit, SetParameterClampsAndIsOneUndoStep) {
-    PatchBlock* osc = doc.AddBlock(kOsc, -1, 0, 0);
-    const float before = osc->block->values[0];
-    const size_t undo = doc.UndoCount();
-    doc.SetParameter(osc, 0, 1.5f);
-    EXPECT_EQ(osc->block->values[0], 1.0f);
-    EXPECT_EQ(doc.UndoCount(), undo + 1);
-    doc.SetParameter(osc, osc->block->numParameters, 0.5f);  // past the end: ignored
-    EXPECT_EQ(doc.UndoCount(), undo + 1);
-    doc.Undo();
-    EXPECT_EQ(osc->block->values[0], before);
-}
-
-TEST_F(VrokDocEdit, ExternalKnobReachesOnlyItsBlock) {
-    PatchBlock* osc = doc.AddBlock(kOsc, 0, 0, 0);
-    const std::vector<float> before = osc->block->values;
-    for (int index : {-1, 0, 3, 7, 8}) doc.SetExternalKnob(index, 1.5f);
-    EXPECT_EQ(osc->block->values, before);
-
-    PatchBlock* knob = doc.AddBlock(16, -1, 0, 0);  // knob index 3
-    if (!knob) GTEST_SKIP() << "external knob blocks are not built yet";
-    doc.SetExternalKnob(3, 1.5f);
-    EXPECT_EQ(knob->block->values[0], 1.0f);
-}
-
-TEST_F(VrokDocEdit, ClearAllEmptiesPatchAndResetsGlobals) {
-    doc.AddBlock(kOsc, -1, 0, 0);
-    doc.global->SetValue("Param_Voice_Transpose", 1.0f);
     doc.ClearAll();
     EXPECT_TRUE(doc.patchBlocks.empty());
     EXPECT_EQ(doc.objects.size(), 1u);
@@ -166,17 +134,19 @@ TEST_F(VrokDocEdit, ClearAllEmptiesPatchAndResetsGlobals) {
     EXPECT_FLOAT_EQ(doc.engine->transpose, 0.0f);
 }
 
-TEST(VrokDocNames, FileNameIsTheBareName) {
-    VrokDoc doc;
-    doc.SetFileName("C:\\patches\\bass.v2.vrkx");
-    EXPECT_EQ(doc.fileName, "bass");
-    doc.SetFileName("/home/me/patches/lead.vrkx");
-    EXPECT_EQ(doc.fileName, "lead");
-    doc.SetFileName("plain");
-    EXPECT_EQ(doc.fileName, "plain");
+TEST_F(VrokDocEdit, SetParameterClampsAndIsOneUndoStep) {
+    PatchBlock* osc = doc.AddBlock(kOsc, 0, 0, 0);
+    const std::vector<float> before = osc->block->values;
+    const size_t undo = doc.UndoCount();
+    doc.SetParameter(osc, 0, 1.5f);
+    EXPECT_EQ(osc->block->values[0], 1.0f);
+    doc.SetParameter(osc, osc->block->numParameters, 0.5f);  // past the end: ignored
+    EXPECT_EQ(doc.UndoCount(), undo + 1);
+    doc.Undo();
+    EXPECT_EQ(osc->block->values, before);
 }
 
-TEST(VrokDocGlobal, EventsReachTheEngine) {
+TEST(VrokDocGlobal, EventsReachTheEngineAndAreReappliedAfterARateChange) {
     VrokDoc doc;
     PatchGlobal& global = *doc.global;
     VrokInstance& engine = *doc.engine;
@@ -195,20 +165,11 @@ TEST(VrokDocGlobal, EventsReachTheEngine) {
     EXPECT_TRUE(engine.monophonic);
     EXPECT_FALSE(global.SetValue("Param_Nothing", 1.0f));
 
-    // After a rate change the engine has lost its settings; reapplying restores them.
-    engine.transpose = 5.0f;
+    engine.transpose = 5.0f;  // as lost by a rate change
     engine.reverbOn = false;
     doc.ReapplyGlobals();
     EXPECT_FLOAT_EQ(engine.transpose, 24.0f);
     EXPECT_TRUE(engine.reverbOn);
-}
-
-TEST(VrokDocGlobal, FeedbackAndSpacingKeepTheirCrossedEvents) {
-    VrokDoc doc;
-    const auto& parameters = doc.global->Parameters();
-    EXPECT_EQ(parameters.size(), 23u);
-    EXPECT_EQ(parameters.at("Param_Delay_Feedback").event, 206);
-    EXPECT_EQ(parameters.at("Param_Delay_Spacing").event, 207);
 }
 
 }  // namespace

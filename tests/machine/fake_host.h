@@ -1,5 +1,5 @@
-// A host for the machine tests: timing the test sets, a record of knob changes and event
-// handlers, and memory streams for saved state.
+// A host for the machine tests: the timing tests set, a record of knob changes and event
+// handlers, and a memory stream for saved state.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,10 +16,6 @@
 
 namespace fake {
 
-struct ControlChangeCall {
-    int group, track, parameter, value;
-};
-
 class Host : public machine::Host {
 public:
     machine::MasterInfo GetMasterInfo() override { return master; }
@@ -34,12 +30,8 @@ public:
         changes.push_back({group, track, parameter, value});
     }
     bool HostMIDIFiltering() override { return acceptsEveryChannel; }
-
     // Runs the handler the machine installed for `type`; false when there is none.
-    bool Fire(int type) {
-        auto it = handlers.find(type);
-        return it != handlers.end() && it->second.first(it->second.second);
-    }
+    bool Fire(int type) { return handlers.count(type) && handlers[type].first(handlers[type].second); }
 
     machine::MasterInfo master{44100, 44100 * 60 / (126 * 4), 4};
     std::string name = "[VROK] fx";
@@ -47,21 +39,22 @@ public:
     int identity = 0;
     machine::MachineInterfaceEx* extension = nullptr;
     std::map<int, std::pair<machine::EventHandler, void*>> handlers;
-    std::vector<ControlChangeCall> changes;
+    struct Change {
+        int group, track, parameter, value;
+    };
+    std::vector<Change> changes;
 };
 
 // Saved state in memory: written by Save, read back from the start.
 class Stream : public machine::DataInput, public machine::DataOutput {
 public:
-    Stream() = default;
-    explicit Stream(std::vector<uint8_t> bytes) : bytes(std::move(bytes)) {}
+    explicit Stream(std::vector<uint8_t> bytes = {}) : bytes(std::move(bytes)) {}
     void Write(const void* buffer, int numBytes) override {
         const auto* p = static_cast<const uint8_t*>(buffer);
         bytes.insert(bytes.end(), p, p + numBytes);
     }
     bool Read(void* buffer, int numBytes) override {
-        const size_t available = bytes.size() - position;
-        const size_t n = std::min<size_t>(available, size_t(numBytes));
+        const size_t n = std::min(bytes.size() - position, size_t(numBytes));
         std::memcpy(buffer, bytes.data() + position, n);
         position += n;
         return n == size_t(numBytes);

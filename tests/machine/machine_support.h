@@ -1,4 +1,4 @@
-// Patches and probes shared by the machine tests.
+// Patches shared by the machine tests.
 #pragma once
 
 #include "document/vrok_doc.h"
@@ -33,17 +33,5 @@ inline void MakeInputPatch(VrokDoc& doc) {
 }
 
 inline VrokInstance& Engine(mi& machine) { return *machine.document->engine; }
-
-// Sets track `t` of the next Tick.
-inline void SetTrack(mi& machine, int t, int note, int velocity = machine::kNoValueByte) {
-    machine.trackValues[t].note = uint8_t(note);
-    machine.trackValues[t].velocity = uint8_t(velocity);
-}
-
-// Clears every value column, as a host does between rows.
-inline void ClearRow(mi& machine) {
-    for (auto& track : machine.trackValues) track = {};
-    for (auto& knob : machine.globalValues) knob = machine::kNoValueByte;
-}
 
 }  // namespace fake
