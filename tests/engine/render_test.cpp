@@ -1,6 +1,4 @@
 // The render loop: summing rules, monophonic copies, voice retirement, master stage.
-#include <gtest/gtest.h>
-
 #include <string>
 
 #include "engine/probe_blocks.h"
@@ -10,77 +8,47 @@ using namespace probe;
 namespace {
 
 // Records the order of the master stage; adds a mark so a test can see it ran.
-class RecordingEffect : public MasterEffect {
-public:
-    RecordingEffect(std::string name, std::string* trace) : name(std::move(name)), trace(trace) {}
+struct RecordingEffect : MasterEffect {
+    RecordingEffect(const char* name, std::string* trace) : name(name), trace(trace) {}
     void Process(StereoBuffers buffers, int numSamples) override {
         *trace += name;
         for (int i = 0; i < numSamples; ++i) buffers.left[i] += 1.0f;
     }
-    std::string name;
+    const char* name;
     std::string* trace;
 };
 
-class Render : public ::testing::Test {
+class Render : public EngineTest {
 protected:
-    void SetUp() override { Calls().clear(); }
     void Run(int numSamples = 64) { engine.Render({left, right}, numSamples); }
-    std::vector<int> WorkVoices(int slot) const {
-        std::vector<int> voices;
-        for (const Call& c : Calls())
-            if (c.what == "Work" && c.slot == slot) voices.push_back(c.voice);
-        return voices;
-    }
-    VrokInstance engine{Factory};
     float left[kMaxFrames] = {};
     float right[kMaxFrames] = {};
 };
 
-TEST_F(Render, MonophonicChainRunsOnceAndCopiesRowZero) {
+TEST_F(Render, MonophonicChainRunsOnceAndPolyphonicChainEveryVoiceAscending) {
     engine.SetVoiceCount(4, false);
-    int knob = Insert(engine, kMonoSource), amp = Insert(engine, kPass), out = Insert(engine, kOutput);
-    engine.Connect(knob, amp, 0);
-    engine.Connect(amp, out, 0);
-    engine.RebuildOrder();
-    At(engine, out).hasOutputWork = true;  // the probe output mixes nothing, but lets the graph run
+    int knob = Add(kMonoSource), monoAmp = Add(kPass), monoOut = WorkingOutput();
+    int osc = Add(kPolySource), polyAmp = Add(kPass), polyOut = WorkingOutput();
+    Chain({knob, monoAmp, monoOut});
+    Chain({osc, polyAmp, polyOut});
     Run(32);
-    EXPECT_EQ(WorkVoices(knob), std::vector<int>{0});
-    EXPECT_EQ(WorkVoices(amp), std::vector<int>{0});
-    EXPECT_EQ(WorkVoices(out), std::vector<int>{0});
-    CAudioBlock& a = *engine.blocks[amp];
-    for (int v = 1; v < 4; ++v) {
-        EXPECT_EQ(a.active[v], 1);
-        EXPECT_EQ(a.output[v][31], a.output[0][31]);
-    }
+    for (int slot : {knob, monoAmp, monoOut}) EXPECT_EQ(VoicesOf("Work", slot), std::vector<int>{0}) << slot;
+    for (int slot : {osc, polyAmp, polyOut}) EXPECT_EQ(VoicesOf("Work", slot), (std::vector<int>{0, 1, 2, 3})) << slot;
+    const CAudioBlock& a = *engine.blocks[monoAmp];
+    for (int v = 1; v < 4; ++v) EXPECT_TRUE(a.active[v] == 1 && a.output[v][31] == a.output[0][31]) << v;
     EXPECT_FLOAT_EQ(a.output[3][0], knob * 0.001f) << "rows are copies of voice 0, not of voice 3";
-}
-
-TEST_F(Render, PolyphonicChainRunsEveryVoiceAscending) {
-    engine.SetVoiceCount(4, false);
-    int osc = Insert(engine, kPolySource), amp = Insert(engine, kPass), out = Insert(engine, kOutput);
-    engine.Connect(osc, amp, 0);
-    engine.Connect(amp, out, 0);
-    engine.RebuildOrder();
-    At(engine, out).hasOutputWork = true;
-    Run();
-    for (int slot : {osc, amp, out}) EXPECT_EQ(WorkVoices(slot), (std::vector<int>{0, 1, 2, 3}));
-    EXPECT_FLOAT_EQ(engine.blocks[amp]->output[2][5], (osc + 2) * 0.001f);
+    EXPECT_FLOAT_EQ(engine.blocks[polyAmp]->output[2][5], (osc + 2) * 0.001f);
 }
 
 TEST_F(Render, PortsSumAllWiresAndKnowSilentFromUnwired) {
     engine.SetVoiceCount(4, false);
-    int x = Insert(engine, kPolySource), y = Insert(engine, kPolySource), amp = Insert(engine, kPass);
-    int out = Insert(engine, kOutput);
+    int x = Add(kPolySource), y = Add(kPolySource), amp = Add(kPass);
     engine.Connect(x, amp, 0);
     engine.Connect(y, amp, 0);
-    engine.Connect(amp, out, 0);
-    engine.RebuildOrder();
-    At(engine, out).hasOutputWork = true;
-    At(engine, x).muted[3] = true;
-    At(engine, y).muted[3] = true;
-    At(engine, y).muted[1] = true;
+    Chain({amp, WorkingOutput()});
+    At(x).muted[3] = At(y).muted[3] = At(y).muted[1] = true;
     Run();
-    InputPort& port = *engine.blocks[amp]->ports[0];
+    const InputPort& port = *engine.blocks[amp]->ports[0];
     EXPECT_FLOAT_EQ(port.buffer[0][0], (x + y) * 0.001f);
     EXPECT_FLOAT_EQ(port.buffer[1][0], (x + 1) * 0.001f);
     EXPECT_TRUE(port.hasConnection);
@@ -91,15 +59,11 @@ TEST_F(Render, PortsSumAllWiresAndKnowSilentFromUnwired) {
 
 TEST_F(Render, MonophonicConsumerFoldsPolyphonicVoicesIntoRowZero) {
     engine.SetVoiceCount(3, false);
-    int osc = Insert(engine, kPolySource), knob = Insert(engine, kMonoSource);
-    int out = Insert(engine, kOutput);
-    engine.Connect(osc, out, 0);
+    int osc = Add(kPolySource), knob = Add(kMonoSource), out = WorkingOutput();
     engine.Connect(knob, out, 1);
-    engine.RebuildOrder();
+    Chain({osc, out});
     // An output counts as monophonic only when nothing polyphonic feeds it, so make one.
-    engine.blocks[out]->monophonic = true;
-    engine.blocks[knob]->monophonic = true;
-    At(engine, out).hasOutputWork = true;
+    engine.blocks[out]->monophonic = engine.blocks[knob]->monophonic = true;
     Run();
     EXPECT_FLOAT_EQ(engine.blocks[out]->ports[0]->buffer[0][0], (3 * osc + 0 + 1 + 2) * 0.001f);
     EXPECT_FLOAT_EQ(engine.blocks[out]->ports[1]->buffer[0][0], knob * 0.001f)
@@ -108,65 +72,49 @@ TEST_F(Render, MonophonicConsumerFoldsPolyphonicVoicesIntoRowZero) {
 
 TEST_F(Render, VoiceSilentInEveryOutputIsRetired) {
     engine.SetVoiceCount(4, false);
-    int osc = Insert(engine, kPolySource), out = Insert(engine, kOutput);
-    engine.Connect(osc, out, 0);
-    engine.RebuildOrder();
-    At(engine, out).hasOutputWork = true;
+    int osc = Add(kPolySource);
+    Chain({osc, WorkingOutput()});
     for (int note : {60, 61, 62, 63}) engine.PressKey(note, 100);
-    At(engine, osc).muted[2] = true;
+    At(osc).muted[2] = true;
     Run();
     EXPECT_EQ(engine.voiceActive[2], 0);
     EXPECT_EQ(engine.voiceActive[1], 1);
     EXPECT_EQ(engine.noteHeld[engine.voiceNote[2]], 1) << "the key stays down";
 }
 
-TEST_F(Render, WithoutOutputWorkTheGraphStandsStillButEffectsRun) {
+TEST_F(Render, MasterStageRunsInOrderWithoutOutputWorkAndNotAtAllForBadSizes) {
     std::string trace;
     engine.reverb = std::make_unique<RecordingEffect>("R", &trace);
     engine.delay = std::make_unique<RecordingEffect>("D", &trace);
     engine.chorus = std::make_unique<RecordingEffect>("C", &trace);
     engine.reverbOn = engine.delayOn = engine.chorusOn = true;
-    int osc = Insert(engine, kPolySource), out = Insert(engine, kOutput);
-    engine.Connect(osc, out, 0);
-    engine.RebuildOrder();
+    int osc = Add(kPolySource), out = Add(kOutput);
+    Chain({osc, out});
     Run(16);
-    EXPECT_EQ(WorkVoices(osc).size(), 0u);
+    EXPECT_TRUE(VoicesOf("Work", osc).empty()) << "no output work, the graph stands still";
     EXPECT_EQ(trace, "CDR") << "chorus, delay, reverb, in that order";
-    EXPECT_EQ(left[15], 3.0f);
-    EXPECT_EQ(left[16], 0.0f);
-
+    EXPECT_TRUE(left[15] == 3.0f && left[16] == 0.0f);
     engine.delayOn = false;
     trace.clear();
     Run(16);
     EXPECT_EQ(trace, "CR");
-}
 
-TEST_F(Render, ZeroOrOversizedBuffersTouchNothing) {
-    std::string trace;
-    engine.chorus = std::make_unique<RecordingEffect>("C", &trace);
-    engine.chorusOn = true;
-    int osc = Insert(engine, kPolySource), out = Insert(engine, kOutput);
-    engine.Connect(osc, out, 0);
-    engine.RebuildOrder();
-    At(engine, out).hasOutputWork = true;
+    At(out).hasOutputWork = true;
+    trace.clear();
     Calls().clear();
-    Run(0);
-    Run(-5);
-    Run(kMaxFrames + 1);
-    EXPECT_TRUE(trace.empty());
-    EXPECT_TRUE(Calls().empty());
-    EXPECT_EQ(left[0], 0.0f);
+    left[0] = 0.0f;
+    for (int n : {0, -5, kMaxFrames + 1}) Run(n);
+    EXPECT_TRUE(trace.empty() && Calls().empty() && left[0] == 0.0f) << "bad sizes touch nothing";
 }
 
 TEST_F(Render, GlidesAdvanceOnlyWhileTheGraphRuns) {
-    int osc = Insert(engine, kPolySource), out = Insert(engine, kOutput);
-    engine.Connect(osc, out, 0);
-    engine.RebuildOrder();
+    int out = Add(kOutput);
+    Chain({Add(kPolySource), out});
     engine.SetPortamento(0.5f);
     engine.PressKey(60, 100);
     Run(64);
     EXPECT_EQ(engine.portamentoPosition[0], 0.0f) << "no output work, no glide";
-    At(engine, out).hasOutputWork = true;
+    At(out).hasOutputWork = true;
     Run(64);
     EXPECT_FLOAT_EQ(engine.portamentoPosition[0], 64.0f * engine.portamentoRate);
 }

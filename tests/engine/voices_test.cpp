@@ -1,7 +1,6 @@
 // Voice allocation, legato, glides and the voice count.
-#include <gtest/gtest.h>
-
-#include <cstring>
+#include <algorithm>
+#include <utility>
 
 #include "engine/log.h"
 #include "engine/probe_blocks.h"
@@ -13,74 +12,57 @@ namespace {
 std::vector<std::string> logged;
 void Capture(int, const char* text) { logged.emplace_back(text); }
 
-class Voices : public ::testing::Test {
+using Sent = std::vector<std::pair<int, float>>;  // (voice, value) per call
+
+class Voices : public EngineTest {
 protected:
     void SetUp() override {
-        osc = Insert(engine, kPolySource);
-        engine.Connect(osc, Insert(engine, kOutput), 0);
-        engine.RebuildOrder();
+        Chain({osc, Add(kOutput)});
         Calls().clear();
+    }
+    void Press(std::initializer_list<int> notes) {
+        for (int note : notes) engine.PressKey(note, 100);
     }
     int VoiceOf(int note) const {
         for (int v = 0; v < engine.numVoices; ++v)
             if (engine.voiceActive[v] && engine.voiceNote[v] == note) return v;
         return -1;
     }
-    std::vector<Call> CallsOf(const std::string& what) const {
-        std::vector<Call> out;
-        for (const Call& c : Calls())
-            if (c.what == what && c.slot == osc) out.push_back(c);
-        return out;
+    Sent OscCalls(const std::string& what) const {
+        Sent sent;
+        for (const Call& c : CallsOf(what, osc)) sent.emplace_back(c.voice, c.value);
+        return sent;
     }
-    VrokInstance engine{Factory};
-    int osc = -1;
+    const int osc = Add(kPolySource);
 };
 
-TEST_F(Voices, FullVoicesDropANewNoteWithoutStealing) {
+TEST_F(Voices, FullVoicesDropANewNoteAndARepeatRestartsItsOwnVoice) {
     engine.SetVoiceCount(4, false);
-    for (int note : {60, 61, 62, 63}) engine.PressKey(note, 100);
+    Press({60, 61, 62, 63});
     Calls().clear();
-    engine.PressKey(70, 100);
+    Press({70});
     EXPECT_TRUE(Calls().empty()) << "no block hears of a dropped note";
     EXPECT_EQ(VoiceOf(70), -1);
-    for (int note : {60, 61, 62, 63}) EXPECT_GE(VoiceOf(note), 0);
+    for (int note : {60, 61, 62, 63}) EXPECT_GE(VoiceOf(note), 0) << "no voice stolen from " << note;
     EXPECT_EQ(engine.heldNotes.back(), 70) << "the dropped note stays in the held list";
-}
 
-TEST_F(Voices, RepeatedNoteRestartsItsOwnVoice) {
-    engine.SetVoiceCount(4, false);
-    for (int note : {60, 61, 62, 63}) engine.PressKey(note, 100);
-    int voice = VoiceOf(62);
-    Calls().clear();
+    const int voice = VoiceOf(62);
     engine.PressKey(62, 90);
-    auto noteOns = CallsOf("NoteOn");
-    ASSERT_EQ(noteOns.size(), 1u);
-    EXPECT_EQ(noteOns[0].voice, voice);
-    EXPECT_EQ(noteOns[0].value, 90.0f);
+    EXPECT_EQ(OscCalls("NoteOn"), (Sent{{voice, 90.0f}}));
     EXPECT_EQ(engine.voiceCursor.load(), voice);
 }
 
-TEST_F(Voices, ReleasedNoteComesBackToTheSameVoice) {
+TEST_F(Voices, ReleasedNoteFreesItsVoiceAndComesBackToIt) {
     engine.SetVoiceCount(4, false);
-    for (int note : {60, 61, 62}) engine.PressKey(note, 100);
-    int voice = VoiceOf(60);
-    engine.ReleaseKey(60);
-    EXPECT_EQ(engine.voiceActive[voice], 0) << "a released voice is free at once";
-    engine.PressKey(64, 100);  // moves the cursor elsewhere
-    engine.PressKey(60, 100);
-    EXPECT_EQ(VoiceOf(60), voice);
-}
-
-TEST_F(Voices, NoteOffReachesEveryVoiceOfThatNote) {
-    engine.SetVoiceCount(2, false);
-    engine.PressKey(60, 100);
-    int voice = VoiceOf(60);
+    Press({60, 61, 62});
+    const int voice = VoiceOf(60);
     Calls().clear();
     engine.ReleaseKey(60);
-    auto offs = CallsOf("NoteOff");
-    ASSERT_EQ(offs.size(), 1u);
-    EXPECT_EQ(offs[0].voice, voice);
+    EXPECT_EQ(OscCalls("NoteOff"), (Sent{{voice, 0.0f}}));
     EXPECT_FALSE(engine.noteHeld[60]);
+    EXPECT_EQ(engine.voiceActive[voice], 0) << "a released voice is free at once";
+    Press({64, 60});  // 64 moves the cursor elsewhere
+    EXPECT_EQ(VoiceOf(60), voice);
 }
 
 TEST_F(Voices, SetNoteGoesOutBeforeNoteOnWithTheFullPitch) {
@@ -88,141 +70,105 @@ TEST_F(Voices, SetNoteGoesOutBeforeNoteOnWithTheFullPitch) {
     engine.transpose = 3.0f;
     engine.bendRange = 2.0f;
     engine.bend = 0.5f;
-    engine.PressKey(60, 100);
-    auto& calls = Calls();
-    auto setNote = std::find_if(calls.begin(), calls.end(), [&](const Call& c) { return c.what == "SetNote"; });
-    auto noteOn = std::find_if(calls.begin(), calls.end(), [&](const Call& c) { return c.what == "NoteOn"; });
-    ASSERT_NE(setNote, calls.end());
-    ASSERT_NE(noteOn, calls.end());
-    EXPECT_LT(setNote - calls.begin(), noteOn - calls.begin());
-    EXPECT_FLOAT_EQ(setNote->value, 64.0f);
+    Press({60});
+    auto first = [](const char* what) {
+        return std::find_if(Calls().begin(), Calls().end(), [&](const Call& c) { return c.what == what; });
+    };
+    ASSERT_NE(first("NoteOn"), Calls().end());
+    ASSERT_LT(first("SetNote"), first("NoteOn"));
+    EXPECT_FLOAT_EQ(first("SetNote")->value, 64.0f);
 }
 
-TEST_F(Voices, MonophonicLegatoReturnsToTheHeldKey) {
+TEST_F(Voices, OneVoiceLegatoAndRetrigger) {
     engine.SetVoiceCount(1, true);
-    engine.PressKey(60, 100);
-    engine.PressKey(64, 100);
-    EXPECT_EQ(CallsOf("NoteOn").size(), 1u) << "the second key glides in legato";
+    Press({60, 64});
+    EXPECT_EQ(OscCalls("NoteOn").size(), 1u) << "the second key glides in legato";
     Calls().clear();
     engine.ReleaseKey(64);
-    auto notes = CallsOf("SetNote");
-    ASSERT_EQ(notes.size(), 1u);
-    EXPECT_EQ(notes[0].value, 60.0f);
-    EXPECT_TRUE(CallsOf("NoteOn").empty());
-    EXPECT_TRUE(CallsOf("NoteOff").empty());
+    EXPECT_EQ(OscCalls("SetNote"), (Sent{{0, 60.0f}})) << "back to the held key";
+    EXPECT_TRUE(OscCalls("NoteOn").empty() && OscCalls("NoteOff").empty());
     engine.ReleaseKey(60);
-    auto offs = CallsOf("NoteOff");
-    ASSERT_EQ(offs.size(), 1u);
-    EXPECT_EQ(offs[0].voice, 0);
-}
-
-TEST_F(Voices, MonophonicNewNoteAfterReleaseRetriggers) {
-    engine.SetVoiceCount(1, true);
-    engine.PressKey(60, 100);
-    engine.ReleaseKey(60);
+    EXPECT_EQ(OscCalls("NoteOff"), (Sent{{0, 0.0f}}));
     Calls().clear();
-    engine.PressKey(64, 100);
-    EXPECT_EQ(CallsOf("NoteOn").size(), 1u);
-}
+    Press({64});
+    EXPECT_EQ(OscCalls("NoteOn").size(), 1u) << "a note after the release retriggers";
 
-TEST_F(Voices, SingleRetriggeringVoiceRestartsEveryNote) {
     engine.SetVoiceCount(1, false);
-    engine.PressKey(60, 100);
+    Calls().clear();
+    Press({60});
     engine.ReleaseKey(60);
-    engine.PressKey(62, 100);
-    engine.PressKey(64, 100);
-    EXPECT_EQ(CallsOf("NoteOn").size(), 2u) << "with the voice taken, 64 is dropped";
+    Press({62, 64});
+    EXPECT_EQ(OscCalls("NoteOn").size(), 2u) << "retriggering voice: with the voice taken, 64 is dropped";
     EXPECT_EQ(engine.voiceNote[0], 62);
 }
 
-TEST_F(Voices, VoiceCountLimits) {
-    engine.SetVoiceCount(0, true);
-    EXPECT_EQ(engine.numVoices, 1);
-    EXPECT_TRUE(engine.monophonic);
-    engine.SetVoiceCount(1, false);
-    EXPECT_EQ(engine.numVoices, 1);
-    EXPECT_FALSE(engine.monophonic);
-    engine.SetVoiceCount(40, true);
-    EXPECT_EQ(engine.numVoices, 16);
-    EXPECT_FALSE(engine.monophonic);
-    engine.SetVoiceCount(3, true);
-    EXPECT_FALSE(engine.monophonic);
-}
-
-TEST_F(Voices, VoiceCountReleasesAllNotes) {
-    engine.SetVoiceCount(4, false);
-    engine.PressKey(60, 100);
-    engine.PressKey(67, 100);
+TEST_F(Voices, VoiceCountIsLimitedAndReleasesAllNotes) {
+    struct Row { int count; bool mono; int voices; bool monophonic; };
+    for (const Row& r : {Row{0, true, 1, true}, {1, false, 1, false}, {40, true, 16, false}, {3, true, 3, false}}) {
+        engine.SetVoiceCount(r.count, r.mono);
+        EXPECT_EQ(engine.numVoices, r.voices) << r.count;
+        EXPECT_EQ(engine.monophonic, r.monophonic) << r.count;
+    }
+    Press({60, 67});
     engine.SetVoiceCount(8, false);
     EXPECT_TRUE(engine.heldNotes.empty());
     EXPECT_EQ(std::count(std::begin(engine.voiceActive), std::end(engine.voiceActive), 1), 0);
 }
 
-TEST_F(Voices, OutOfRangeNotesSoundWithoutKeyStateAndLogHelp) {
+TEST_F(Voices, OutOfRangeNotesSoundWithoutKeyStateAndHeldListStaysBounded) {
     logged.clear();
     LogSink previous = SetLogSink(Capture);
     engine.SetVoiceCount(2, false);
-    engine.PressKey(200, 100);
-    engine.PressKey(-3, 100);
+    Press({200, -3});
     EXPECT_GE(VoiceOf(200), 0);
     EXPECT_EQ(std::count(logged.begin(), logged.end(), "help!"), 2);
     engine.ReleaseKey(200);
     engine.ReleaseKey(-3);
     EXPECT_EQ(VoiceOf(200), -1);
     SetLogSink(previous);
-}
 
-TEST_F(Voices, HeldListStaysBoundedUnderRepeatedNotes) {
-    engine.SetVoiceCount(2, false);
-    for (int i = 0; i < 3 * kMaxHeldNotes; ++i) engine.PressKey(60, 100);
+    for (int i = 0; i < 3 * kMaxHeldNotes; ++i) Press({60});
     EXPECT_EQ(int(engine.heldNotes.size()), kMaxHeldNotes);
     engine.ReleaseKey(60);
     EXPECT_TRUE(engine.heldNotes.empty());
 }
 
-TEST_F(Voices, PortamentoLengthFollowsTheEnvelopeCurve) {
+TEST_F(Voices, GlideStartsAtTheLastNoteMovesLinearlyAndEndsWhenTurnedOff) {
     engine.SetPortamento(1.0f);
     EXPECT_EQ(engine.portamentoLength, 264600.0f);
     engine.SetPortamento(0.0001f);
     EXPECT_GE(engine.portamentoLength, 64.0f);
-    EXPECT_TRUE(engine.portamentoOn);
-}
 
-TEST_F(Voices, GlideStartsAtTheLastNoteAndMovesLinearlyPerBlock) {
     engine.SetVoiceCount(2, false);
     engine.SetPortamento(0.5f);
+    EXPECT_TRUE(engine.portamentoOn);
     const float length = engine.portamentoLength;
     engine.lastNote = 50;
-    engine.PressKey(60, 100);
-    int voice = VoiceOf(60);
-    EXPECT_TRUE(CallsOf("SetNote").empty()) << "the first pitch comes from the glide";
-    EXPECT_EQ(CallsOf("NoteOn").size(), 1u);
+    Press({60});
+    const int voice = VoiceOf(60);
+    EXPECT_TRUE(OscCalls("SetNote").empty()) << "the first pitch comes from the glide";
+    EXPECT_EQ(OscCalls("NoteOn").size(), 1u);
     engine.AdvanceGlides(int(length / 4));
-    auto notes = CallsOf("SetNote");
-    ASSERT_EQ(notes.size(), 1u);
-    EXPECT_NEAR(notes[0].value, 52.5f, 0.01f);
+    ASSERT_EQ(OscCalls("SetNote").size(), 1u);
+    EXPECT_NEAR(OscCalls("SetNote")[0].second, 52.5f, 0.01f);
     engine.AdvanceGlides(int(length));
     EXPECT_EQ(engine.portamentoPosition[voice], 1.0f);
     EXPECT_FLOAT_EQ(engine.voicePitch[voice], 60.0f);
     Calls().clear();
     engine.AdvanceGlides(64);
-    EXPECT_TRUE(CallsOf("SetNote").empty()) << "a finished glide sends nothing";
-}
+    EXPECT_TRUE(OscCalls("SetNote").empty()) << "a finished glide sends nothing";
 
-TEST_F(Voices, TurningPortamentoOffEndsGlidesAtTheirTarget) {
-    engine.SetVoiceCount(2, false);
-    engine.SetPortamento(0.5f);
-    engine.PressKey(60, 100);
-    int voice = VoiceOf(60);
+    Press({67});
+    const int other = VoiceOf(67);
     engine.SetPortamento(0.0f);
     EXPECT_FALSE(engine.portamentoOn);
-    EXPECT_EQ(engine.voicePitch[voice], 60.0f);
-    EXPECT_EQ(engine.portamentoPosition[voice], 1.0f);
+    EXPECT_EQ(engine.voicePitch[other], 67.0f) << "turning it off ends the glide at its target";
+    EXPECT_EQ(engine.portamentoPosition[other], 1.0f);
 }
 
 TEST_F(Voices, ArpeggiatorSwitchReleasesHeldNotes) {
     engine.SetVoiceCount(2, false);
-    engine.PressKey(60, 100);
+    Press({60});
     engine.SetArpeggiatorActive(true);
     EXPECT_TRUE(engine.arpeggiatorActive);
     EXPECT_FALSE(engine.noteHeld[60]);
