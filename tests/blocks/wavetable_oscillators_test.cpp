@@ -10,74 +10,37 @@
 using namespace harness;
 
 namespace {
-
 constexpr float kRate = 44100.0f;
 
-// Renders `blocks` sample blocks of voice 0 and returns them end to end.
+// `blocks` sample blocks of voice 0, end to end.
 std::vector<float> Render(CAudioBlock& osc, int blocks) {
     std::vector<float> out;
-    for (int b = 0; b < blocks; ++b) {
+    while (blocks-- > 0) {
         Step(osc, kMaxFrames);
         out.insert(out.end(), osc.output[0], osc.output[0] + kMaxFrames);
     }
     return out;
 }
-
-std::vector<std::unique_ptr<CTableOscBase>> NoteFollowers() {
-    std::vector<std::unique_ptr<CTableOscBase>> oscs;
-    oscs.push_back(std::make_unique<COscBlock>(&Engine(), kRate));
-    oscs.push_back(std::make_unique<CSubOscBlock>(&Engine(), kRate));
-    return oscs;
-}
-
 }  // namespace
 
-TEST(OscTable, RowsAndDefaults) {
+TEST(OscParameters, WaveformRoundingPolyphonyAndTexts) {
     COscBlock osc(&Engine(), kRate);
-    EXPECT_EQ(osc.name, "|Osc");
-    EXPECT_EQ(osc.category, kCategorySources);
-    EXPECT_EQ(osc.names, (std::vector<std::string>{"Pitch", "Amp", "Waveform"}));
-    EXPECT_EQ(osc.kinds, (std::vector<int>{1, 7, 3}));
-    EXPECT_EQ(osc.numPorts, 2);
-    EXPECT_EQ(osc.waveform, 2) << "0.5 * 3 = 1.5 rounds to the even 2, the sawtooth";
-    EXPECT_FLOAT_EQ(osc.amplitude, 0.25f);
-    EXPECT_EQ(osc.monoNote, 65);
-    EXPECT_FLOAT_EQ(osc.note[7], 80.0f);
-    EXPECT_TRUE(osc.IsPolyphonic(false));
-
-    CFixedOscBlock fixed(&Engine(), kRate);
-    EXPECT_EQ(fixed.names, (std::vector<std::string>{"Freq", "Amp", "Waveform"}));
-    EXPECT_EQ(fixed.kinds, (std::vector<int>{7, 7, 3}));
-    EXPECT_EQ(fixed.waveform, 0);
-    EXPECT_EQ(fixed.monoNote, 70);
-    EXPECT_FALSE(fixed.IsPolyphonic(false));
-    EXPECT_TRUE(fixed.IsPolyphonic(true));
-}
-
-TEST(OscTable, WaveformRoundsHalvesToEven) {
-    COscBlock osc(&Engine(), kRate);
-    const std::pair<float, int> cases[] = {{0.0f, 0}, {0.5f, 2}, {0.7f, 2}, {0.9f, 3}, {1.0f, 3}};
-    for (auto [value, index] : cases) {
+    // 0.5 * 3 = 1.5 rounds to the even 2.
+    const std::pair<float, int> rounding[] = {{0.0f, 0}, {0.5f, 2}, {0.7f, 2}, {0.9f, 3}, {1.0f, 3}};
+    for (auto [value, index] : rounding) {
         osc.SetParameter(2, value);
         EXPECT_EQ(osc.waveform, index) << value;
     }
-}
-
-TEST(OscText, DescribeValue) {
-    COscBlock osc(&Engine(), kRate);
-    EXPECT_EQ(osc.DescribeValue(0, 0.5f), "0");
-    EXPECT_EQ(osc.DescribeValue(0, 0.75f), "6");
-    EXPECT_EQ(osc.DescribeValue(1, 0.5f), "-12dB");
-    EXPECT_EQ(osc.DescribeValue(1, 1.0f), "0dB");
-    EXPECT_EQ(osc.DescribeValue(1, 0.0f), "-inf");
-    EXPECT_EQ(osc.DescribeValue(2, 0.5f), "");
-    EXPECT_EQ(osc.DescribeValue(3, 0.5f), "");
-    CMonoBlock mono(&Engine(), kRate);
-    EXPECT_EQ(mono.DescribeValue(0, 0.5f), "");
+    CFixedOscBlock fixed(&Engine(), kRate);
+    EXPECT_TRUE(osc.IsPolyphonic(false) && !fixed.IsPolyphonic(false) && fixed.IsPolyphonic(true));
+    EXPECT_EQ(osc.DescribeValue(0, 0.75f), "6") << "semitones";
+    EXPECT_EQ(osc.DescribeValue(1, 0.5f), "-12dB") << "decibels of the square";
 }
 
 TEST(OscPitch, Note70AtCentreSounds440Hz) {
-    for (auto& osc : NoteFollowers()) {
+    std::unique_ptr<CTableOscBase> oscs[] = {std::make_unique<COscBlock>(&Engine(), kRate),
+                                             std::make_unique<CSubOscBlock>(&Engine(), kRate)};
+    for (auto& osc : oscs) {
         osc->SetParameter(2, 0.0f);  // sine, so every crossing is a period
         osc->SetNote(70.0f, 100.0f, 0);
         EXPECT_NEAR(MeasureFrequency(Render(*osc, 40), kRate), 440.0, 0.01) << osc->name;
@@ -86,14 +49,18 @@ TEST(OscPitch, Note70AtCentreSounds440Hz) {
     }
 }
 
-TEST(OscPitch, TableFollowsClampedNoteButFrequencyDoesNot) {
+TEST(OscPitch, PitchPortAndTableClamping) {
     COscBlock osc(&Engine(), kRate);
-    osc.SetNote(-20.0f, 0.0f, 0);
+    const uint32_t increment = osc.phaseIncrement[0];
+    const int table = osc.tableIndex[0];
+    Step(osc, kMaxFrames, 1, [&] { Feed(osc, 0, 0, kMaxFrames, Const(1.0f)); });
+    EXPECT_EQ(osc.phase[0], uint32_t(kMaxFrames * (increment + (1u << 27)))) << "a 32nd of a cycle per unit";
+    EXPECT_EQ(osc.tableIndex[0], table) << "the port leaves the table";
+
+    // The table follows the clamped note; the frequency does not.
+    for (auto [voice, note] : {std::pair{0, -20.0f}, {1, 118.0f}, {2, 130.0f}}) osc.SetNote(note, 0.0f, voice);
     EXPECT_EQ(osc.tableIndex[0], 0);
-    osc.SetNote(118.0f, 0.0f, 1);
-    osc.SetNote(130.0f, 0.0f, 2);
-    EXPECT_EQ(osc.tableIndex[1], 127);
-    EXPECT_EQ(osc.tableIndex[2], 127);
+    EXPECT_TRUE(osc.tableIndex[1] == 127 && osc.tableIndex[2] == 127);
     EXPECT_NEAR(double(osc.phaseIncrement[2]) / osc.phaseIncrement[1], 2.0, 1e-6);
     osc.SetParameter(0, 0.75f);  // +6 semitones for every voice
     osc.SetNote(60.7f, 0.0f, 3);
@@ -103,50 +70,33 @@ TEST(OscPitch, TableFollowsClampedNoteButFrequencyDoesNot) {
 TEST(OscPitch, SetNoteAndSampleRateLeavePhaseRunning) {
     COscBlock osc(&Engine(), kRate);
     Step(osc, 101);
-    uint32_t phase = osc.phase[0];
+    const uint32_t phase = osc.phase[0];
     EXPECT_EQ(phase, 101u * osc.phaseIncrement[0]);
     osc.SetNote(50.0f, 0.0f, 0);
     EXPECT_EQ(osc.phase[0], phase);
-    uint32_t increment = osc.phaseIncrement[0];
+    const uint32_t at50 = osc.phaseIncrement[0];
     osc.SetSampleRate(22050.0f);
-    EXPECT_EQ(osc.phaseIncrement[0], increment) << "a new rate waits for the next note";
+    EXPECT_EQ(osc.phaseIncrement[0], at50) << "a new rate waits for the next note";
     osc.SetNote(50.0f, 0.0f, 0);
-    EXPECT_NEAR(double(osc.phaseIncrement[0]) / increment, 2.0, 1e-6);
+    EXPECT_NEAR(double(osc.phaseIncrement[0]) / at50, 2.0, 1e-6);
 }
 
-TEST(OscPitch, PitchPortAddsAThirtySecondOfACyclePerUnit) {
-    COscBlock osc(&Engine(), kRate);
-    uint32_t increment = osc.phaseIncrement[0];
-    int table = osc.tableIndex[0];
-    Step(osc, kMaxFrames, 1, [&] { Feed(osc, 0, 0, kMaxFrames, [](int) { return 1.0f; }); });
-    EXPECT_EQ(osc.phase[0], uint32_t(kMaxFrames * (increment + (1u << 27))));
-    EXPECT_EQ(osc.tableIndex[0], table);
-}
-
-TEST(OscWork, SilentAmpPortFreezesVoice) {
+TEST(OscWork, AmpPortAndAmpZero) {
     COscBlock osc(&Engine(2), kRate);
-    Step(osc, 64, 2, [&] {
-        Feed(osc, 1, 0, 64, [](int) { return 0.5f; });
-        WireSilent(osc, 1);  // voice 1 gets nothing
-    });
-    EXPECT_EQ(osc.active[0], 1);
-    EXPECT_EQ(osc.active[1], 0);
-    EXPECT_EQ(osc.phase[1], 0u);
-    EXPECT_NE(osc.phase[0], 0u);
+    // Voice 1 gets nothing on the wired amp port: its phase freezes and it stays inactive.
+    Step(osc, 64, 2, [&] { Feed(osc, 1, 0, 64, Const(0.5f)); WireSilent(osc, 1); });
+    EXPECT_TRUE(osc.active[0] == 1 && osc.phase[0] != 0u);
+    EXPECT_TRUE(osc.active[1] == 0 && osc.phase[1] == 0u);
     const float* table = NoteTables::Get(osc.waveform, osc.tableIndex[0]);
-    uint32_t phase = osc.phaseIncrement[0] * 64u;
-    EXPECT_FLOAT_EQ(osc.output[0][63], (0.5f * osc.amplitude) * table[phase >> 21]);
-}
+    EXPECT_FLOAT_EQ(osc.output[0][63], (0.5f * osc.amplitude) * table[(osc.phaseIncrement[0] * 64u) >> 21]);
 
-TEST(OscWork, AmpZeroWithoutPortWritesZeros) {
-    COscBlock osc(&Engine(), kRate);
+    osc.ports[1]->hasConnection = false;
     osc.SetParameter(1, 0.0f);
     osc.output[0][5] = 1.0f;
     Step(osc, 64);
     EXPECT_EQ(osc.active[0], 1);
-    EXPECT_EQ(osc.output[0][5], 0.0f);
-
-    Step(osc, 64, 1, [&] { Feed(osc, 1, 0, 64, [](int) { return 1.0f; }); });
+    EXPECT_EQ(osc.output[0][5], 0.0f) << "Amp 0 without a port writes zeros";
+    Step(osc, 64, 1, [&] { Feed(osc, 1, 0, 64, Const(1.0f)); });
     EXPECT_EQ(osc.active[0], 0) << "with a wired amp port, Amp 0 is silence";
 
     CFixedOscBlock fixed(&Engine(), kRate);
@@ -167,14 +117,12 @@ TEST(OscWork, SubOscMonophonicPathTruncatesBeforeAddingEleven) {
     EXPECT_EQ(sub.monoNote, 70);
     EXPECT_EQ(sub.phaseIncrement[0], osc.phaseIncrement[0]);
     EXPECT_FLOAT_EQ(sub.note[5], 80.0f) << "the voice's own note is left alone";
-
-    // A detune of +11.5 on note -12: -0.5 truncates to 0 here, where the polyphonic law
-    // takes 10.5 and rounds down to 10.
-    float detune = 0.5f + 11.5f / 24.0f;
-    sub.SetParameter(0, detune);
-    sub.SetNote(-12.0f, 0.0f, 0);
-    osc.SetParameter(0, detune);
-    osc.SetNote(-12.0f, 0.0f, 0);
+    // Detune +11.5 on note -12: -0.5 truncates to 0 here, where the polyphonic law takes
+    // 10.5 and rounds down to 10.
+    for (CTableOscBase* b : {static_cast<CTableOscBase*>(&sub), static_cast<CTableOscBase*>(&osc)}) {
+        b->SetParameter(0, 0.5f + 11.5f / 24.0f);
+        b->SetNote(-12.0f, 0.0f, 0);
+    }
     EXPECT_EQ(sub.tableIndex[0], 11);
     EXPECT_EQ(osc.tableIndex[0], 10);
 }
@@ -193,12 +141,9 @@ TEST(OscText, FixedOscShowsA77SemitoneHigherPitchThanItPlays) {
 
 TEST(MonoWork, CopiesWrittenInputOnly) {
     CMonoBlock mono(&Engine(), kRate);
-    EXPECT_TRUE(mono.monophonic && mono.defaultMonophonic && mono.hasAudioInput);
-    EXPECT_EQ(mono.numPorts, 1);
-    EXPECT_FALSE(mono.IsPolyphonic(true));
+    EXPECT_TRUE(mono.monophonic && mono.defaultMonophonic && mono.hasAudioInput && !mono.IsPolyphonic(true));
     Step(mono, 16, 1, [&] { Feed(mono, 0, 0, 16, [](int i) { return i * 0.25f; }); });
-    EXPECT_EQ(mono.active[0], 1);
-    EXPECT_EQ(mono.output[0][15], 3.75f);
+    EXPECT_TRUE(mono.active[0] == 1 && mono.output[0][15] == 3.75f);
     Step(mono, 16, 1, [&] { WireSilent(mono, 0); });
     EXPECT_EQ(mono.active[0], 0);
 }
