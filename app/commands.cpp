@@ -71,11 +71,11 @@ RenderPlan MakePlan(const RenderOptions& options) {
     RenderPlan plan;
     plan.seconds = options.seconds;
     for (const std::string& text : options.play) {
-        const NoteSpec spec = ParseNoteSpec("--play", text);
-        const int velocity = spec.velocity.value_or(127);
+        const NoteSpec parsed = ParseNoteSpec("--play", text);
+        const int velocity = parsed.velocity.value_or(127);
         if (velocity < 1 || velocity > 127) throw UsageError("--play '" + text + "': velocity must be 1..127");
-        plan.midiNotes.push_back({spec.start, 0, spec.note, velocity});
-        if (spec.end) plan.midiNotes.push_back({*spec.end, 0, spec.note, 0});
+        plan.midiNotes.push_back({parsed.start, 0, parsed.note, velocity});
+        if (parsed.end) plan.midiNotes.push_back({*parsed.end, 0, parsed.note, 0});
     }
     for (const std::string& text : options.track) plan.trackNotes.push_back(ParseNoteSpec("--track", text));
     for (const std::string& text : options.knobs) {

@@ -65,17 +65,17 @@ NoteSpec ParseNoteSpec(const std::string& option, const std::string& text) {
         Fail(option, text, "expected NOTE[:VELOCITY]@START[-END]");
     const std::string notePart = text.substr(0, at), timePart = text.substr(at + 1);
 
-    NoteSpec spec;
+    NoteSpec parsed;
     const size_t colon = notePart.find(':');
     const std::string name = notePart.substr(0, colon);
     const std::optional<int> note = ParseNoteName(name);
     if (!note) Fail(option, text, "unknown note '" + name + "' (use 0..127 or a name like C4, A#3, Bb2)");
-    spec.note = *note;
+    parsed.note = *note;
     if (colon != std::string::npos) {
         const std::string velocity = notePart.substr(colon + 1);
         const std::optional<long> value = WholeInteger(velocity);
         if (!value || *value < 0 || *value > 1000) Fail(option, text, "velocity '" + velocity + "' is not a number");
-        spec.velocity = int(*value);
+        parsed.velocity = int(*value);
     }
 
     // The end is after the first '-' that follows a digit of the start.
@@ -83,15 +83,15 @@ NoteSpec ParseNoteSpec(const std::string& option, const std::string& text) {
     const std::string startText = timePart.substr(0, dash);
     const std::optional<double> start = Seconds(startText);
     if (!start) Fail(option, text, "start time '" + startText + "' is not a number of seconds");
-    spec.start = *start;
+    parsed.start = *start;
     if (dash != std::string::npos) {
         const std::string endText = timePart.substr(dash + 1);
         const std::optional<double> end = Seconds(endText);
         if (!end) Fail(option, text, "end time '" + endText + "' is not a number of seconds");
         if (*end <= *start) Fail(option, text, "ends before it starts");
-        spec.end = *end;
+        parsed.end = *end;
     }
-    return spec;
+    return parsed;
 }
 
 std::pair<int, int> ParseKnobSpec(const std::string& text) {
