@@ -1,9 +1,7 @@
 // Reading and writing patches: the XML text of files and song data, and the older binary
 // ".vrk" files, which are only read.
 #include <tinyxml.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -12,6 +10,7 @@
 #include "document/block_types.h"
 #include "document/vrok_doc.h"
 #include "document/xml_attributes.h"
+#include "engine/atomic_file.h"
 #include "engine/log.h"
 #include "engine/vrok_instance.h"
 
@@ -157,23 +156,10 @@ bool VrokDoc::LoadFile(const std::string& name, LoadReport* report) {
 
 bool VrokDoc::SaveFile(const std::string& name, std::string* error) {
     const std::string text = WriteXml();
-    const std::string temporary = name + ".tmp";
-    auto fail = [&](const char* step) {
-        if (error) *error = std::string(step) + " " + temporary + ": " + std::strerror(errno);
-        std::remove(temporary.c_str());
-        return false;
-    };
-    std::FILE* file = std::fopen(temporary.c_str(), "wb");
-    if (!file) {
-        if (error) *error = "cannot create " + temporary + ": " + std::strerror(errno);
-        return false;
-    }
-    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0 &&
-                         fsync(fileno(file)) == 0;
-    if (std::fclose(file) != 0 || !written) return fail("cannot write");
-    if (std::rename(temporary.c_str(), name.c_str()) != 0) return fail("cannot rename");
-    changed = false;
-    return true;
+    const bool saved = WriteFileAtomically(
+        name, [&](std::FILE* file) { return std::fwrite(text.data(), 1, text.size(), file) == text.size(); }, error);
+    if (saved) changed = false;
+    return saved;
 }
 
 // [SECTION] Binary files

@@ -1,15 +1,12 @@
 // The wave table cache file: where it lives, loading it, and rebuilding and rewriting it
 // when it is missing or unusable. Runs at engine construction, never on the audio thread.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <vector>
 
+#include "engine/atomic_file.h"
 #include "engine/wave_tables.h"
 
 namespace {
@@ -58,40 +55,17 @@ void BuildAll(WaveTableSet (&sets)[kNumWaveforms]) {
     }
 }
 
-// Writes to a unique temporary file beside the cache and renames it over, so a reader
-// (another engine, another process) sees either the old file or the whole new one.
-// Any failure leaves no temporary behind and is otherwise ignored: the tables are built.
-void SaveCache(const std::string& dir, const std::string& path,
-               const WaveTableSet (&sets)[kNumWaveforms]) {
+// Another engine or process sees either the old cache or the whole new one. Any failure
+// is ignored: the tables are built, only the cache is lost.
+void SaveCache(const std::string& path, const WaveTableSet (&sets)[kNumWaveforms]) {
     std::error_code error;
-    std::filesystem::create_directories(dir, error);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
     if (error) return;
-
-    std::string temp = path + ".XXXXXX";
-    const int fd = ::mkstemp(temp.data());
-    if (fd < 0) return;
-    std::FILE* file = ::fdopen(fd, "wb");
-    if (!file) {
-        ::close(fd);
-        ::unlink(temp.c_str());
-        return;
-    }
-    bool written = true;
-    for (int w = 0; written && w < kNumWaveforms; ++w) written = sets[w].Write(file);
-    written = written && std::fflush(file) == 0 && ::fsync(fd) == 0;
-    // mkstemp makes the file private; a cache is as readable as the user's other files.
-    written = written && ::fchmod(fd, 0644) == 0;
-    written = std::fclose(file) == 0 && written;
-    if (!written || std::rename(temp.c_str(), path.c_str()) != 0) {
-        ::unlink(temp.c_str());
-        return;
-    }
-    // Make the rename itself durable; failing here loses nothing but the cache.
-    const int dirFd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
-    if (dirFd >= 0) {
-        ::fsync(dirFd);
-        ::close(dirFd);
-    }
+    WriteFileAtomically(path, [&](std::FILE* file) {
+        for (const WaveTableSet& set : sets)
+            if (!set.Write(file)) return false;
+        return true;
+    });
 }
 
 }  // namespace
@@ -103,8 +77,8 @@ std::string WaveTableCachePath() {
 }
 
 void LoadOrBuildWaveTables(WaveTableSet (&sets)[kNumWaveforms]) {
-    const std::string dir = CacheDirectory();
-    if (!dir.empty() && LoadCache(dir + "/" + kCacheFileName, sets)) return;
+    const std::string path = WaveTableCachePath();
+    if (!path.empty() && LoadCache(path, sets)) return;
     BuildAll(sets);
-    if (!dir.empty()) SaveCache(dir, dir + "/" + kCacheFileName, sets);
+    if (!path.empty()) SaveCache(path, sets);
 }
