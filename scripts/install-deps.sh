@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libfftw3-dev libsndfile1-dev libsamplerate0-dev libsmf-dev
   libtinyxml-dev libcli11-dev nlohmann-json3-dev
-  libagg-dev libfreetype-dev libpng-dev libx11-dev libxext-dev libfontconfig-dev
+  libagg-dev libfreetype-dev libpng-dev libx11-dev libxext-dev libxtst-dev libfontconfig-dev
   fonts-liberation fonts-dejavu-core xvfb xauth xdotool
 )
 
