@@ -107,6 +107,8 @@ class Control {
   // Hit test with x, y relative to this control; follows capture links first.
   Control* FindControlAt(int x, int y);
   Control* Root();
+  // Live controls, for leak reports only.
+  static int LiveCount();
 
   // Paint pass helpers, called by the root.
   void Render();

@@ -2,6 +2,7 @@
 // returns the chosen id (0 for none) and sends no command.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,7 +15,6 @@ class MenuItem;
 // What the items of one tree share.
 struct MenuShared {
   unsigned flags = 0;
-  uintptr_t nativeMenu = 0;
   MenuItem* root = nullptr;
 };
 

@@ -72,7 +72,12 @@ class NativeWindow {
 
   // Runs one native message through the tree. Returns false when the platform should do its
   // default processing.
+  // A handler may destroy the root and with it this object: callers must not touch the
+  // NativeWindow after Dispatch returns unless they looked it up afresh.
   bool Dispatch(const NativeEvent& event);
+
+  // Frees this object now, or at the end of the message being dispatched.
+  void Release();
 
   bool running = true;
   RootControl* root = nullptr;
@@ -122,6 +127,9 @@ class NativeWindow {
   void ResizeSurface(int w, int h);
   void OfferKey(NativeEventKind kind, int code);
   void HoverTail();
+
+  int dispatchDepth = 0;
+  bool releasePending = false;
 };
 
 // Window style bits for CreateNativeWindow.

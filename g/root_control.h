@@ -54,6 +54,9 @@ class RootControl : public Window {
   int rectCount = 0;
   bool rectOverflow = false;
   std::vector<Control*> redrawQueue;
+
+ private:
+  std::vector<Control*> timerScratch;
 };
 
 }  // namespace G
