@@ -1,0 +1,42 @@
+// What every parameter widget shares: the listener, which is told only when set, and the clamp
+// applied to every value that comes in from outside.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+
+#include "g/param_listener.h"
+
+namespace G {
+
+// NaN becomes 0 so that a damaged value can never reach the listener.
+inline float ClampUnit(float v) {
+    if (std::isnan(v)) return 0.0f;
+    return std::clamp(v, 0.0f, 1.0f);
+}
+
+class ParameterSender : public FloatParamGenerator {
+public:
+    explicit ParameterSender(FloatParamListener* listener) : listener(listener) {}
+
+    FloatParamListener* listener;
+
+protected:
+    void SendBegin(int index) {
+        if (listener) listener->BeginChange(this, index);
+    }
+    void SendValue(int index, float value) {
+        if (listener) listener->ValueChanged(this, index, value);
+    }
+    void SendEnd(int index) {
+        if (listener) listener->EndChange(this, index);
+    }
+    // A whole gesture at once: a Ctrl+click reset, a choice button, a key toggle.
+    void SendGesture(int index, float value) {
+        SendBegin(index);
+        SendValue(index, value);
+        SendEnd(index);
+    }
+};
+
+}  // namespace G
