@@ -1,4 +1,5 @@
-// The `vrok` command: renders, lists and converts patches without a host or a display.
+// The `vrok` command: renders, lists and converts patches without a host or a display, and
+// shows the toolkit's widget gallery in a window.
 // Argument parsing only; the subcommands live in app/commands.cpp.
 #include <CLI/CLI.hpp>
 
@@ -8,6 +9,7 @@
 #include "app/audio_file.h"
 #include "app/commands.h"
 #include "app/demo.h"
+#include "app/gallery/gallery.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"Vrok: render modular synthesizer patches to audio files"};
@@ -60,6 +62,13 @@ int main(int argc, char** argv) {
     demo->add_option("-o,--output", demoOut, "Output WAV file")->capture_default_str();
     demo->add_option("--rate", demoRate, "Sample rate in Hz")->check(CLI::Range(8000, 192000))->capture_default_str();
 
+    app::GalleryOptions gallery;
+    CLI::App* galleryCommand = app.add_subcommand("gallery", "Open a window with every toolkit widget; prints each change");
+    galleryCommand->add_option("--screenshot", gallery.screenshot, "Write the window to this PNG file, then exit");
+    galleryCommand->add_option("--after", gallery.afterMs, "Milliseconds before the screenshot")
+        ->check(CLI::Range(0, 600000))
+        ->capture_default_str();
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -77,6 +86,7 @@ int main(int argc, char** argv) {
     }
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
     if (*convertCommand) return app::RunConvert(convertIn, convertOut);
+    if (*galleryCommand) return app::RunGallery(gallery);
     if (*demo) {
         WriteResult result = WriteStereoWav(demoOut, RenderDemoChord(4.0f, demoRate), demoRate, SampleFormat::Float);
         if (!result.ok) {
