@@ -34,7 +34,6 @@ class RootControl : public Window {
   void ClearFocus() override;
   bool HasFocus(Control* control = nullptr) override;
   void SetFocus(Control* control = nullptr) override;
-  void CenterOnScreen() override;
   void InvalidateArea(const Rect& r) override;
   void OnControlGone(Control* control) override;
   void QueueRedraw(Control* control) override;

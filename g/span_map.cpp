@@ -44,21 +44,26 @@ void SpanMap::Add(const Rect& r) {
   if (x0 >= x1 || y0 >= y1) return;
   for (int y = y0; y < y1; ++y) {
     rowDirty[y] = 1;
-    // Find the first span that ends at or after x0 (touching merges).
-    int* link = &heads[y];
-    while (*link >= 0 && pool[*link].x1 < x0) link = &pool[*link].next;
-    if (*link < 0 || pool[*link].x0 > x1) {
-      *link = NewNode(x0, x1, *link);
+    // Skip the spans that end before x0; touching ones merge. Links are kept as node
+    // indexes because NewNode may grow the pool.
+    int prev = -1;
+    int node = heads[y];
+    while (node >= 0 && pool[node].x1 < x0) {
+      prev = node;
+      node = pool[node].next;
+    }
+    if (node < 0 || pool[node].x0 > x1) {
+      int fresh = NewNode(x0, x1, node);
+      (prev < 0 ? heads[y] : pool[prev].next) = fresh;
       continue;
     }
-    // Merge into *link and swallow the spans that now overlap or touch it.
-    Node& merged = pool[*link];
-    merged.x0 = std::min(merged.x0, x0);
-    merged.x1 = std::max(merged.x1, x1);
-    while (merged.next >= 0 && pool[merged.next].x0 <= merged.x1) {
-      int gone = merged.next;
-      merged.x1 = std::max(merged.x1, pool[gone].x1);
-      merged.next = pool[gone].next;
+    // Merge into `node` and swallow the spans that now overlap or touch it.
+    pool[node].x0 = std::min(pool[node].x0, x0);
+    pool[node].x1 = std::max(pool[node].x1, x1);
+    while (pool[node].next >= 0 && pool[pool[node].next].x0 <= pool[node].x1) {
+      int gone = pool[node].next;
+      pool[node].x1 = std::max(pool[node].x1, pool[gone].x1);
+      pool[node].next = pool[gone].next;
       FreeNode(gone);
     }
   }
