@@ -152,6 +152,8 @@ private:
         return control;
     }
     void Build();
+    // Widgets take their fill from the palette; the block categories' strong colours show best.
+    void ColourParameters(int colorIndex);
     void Caption(G::Renderer& renderer, const char* text, int x, int y);
     void TakeScreenshot();
 
@@ -201,11 +203,19 @@ void GalleryRoot::Build() {
         Place(new LittleVrokButton(this, this, kLittleArrow + i, shapes[i]), 20 + i * 20, 345, 11, 11);
     }
 
+    ColourParameters(22);
+
     auto* area = Place(new ScrollArea(this), 450, 110, 180, 200);
     area->vScrollPage = 0.4f;
     area->hScrollPage = 0.6f;
     area->SetVScroller(true);
     area->SetHScroller(true);
+}
+
+void GalleryRoot::ColourParameters(int colorIndex) {
+    for (G::Control* child : children) {
+        if (dynamic_cast<G::FloatParamGenerator*>(child)) child->SetColorIndex(colorIndex);
+    }
 }
 
 void GalleryRoot::OnCommand(int id) {
