@@ -83,7 +83,7 @@ Answer Convert(Connection& c, AtomId target, std::string& out) {
   AtomId property = c.atoms.transferProperty;
   XDeleteProperty(c.display, c.utilityWindow, property);
   XConvertSelection(c.display, c.atoms.clipboard, target, property, c.utilityWindow,
-                    c.LastEventTime());
+                    CurrentTime);
   XEvent event;
   if (!c.WaitForEvent(c.utilityWindow, SelectionNotify, event, kTimeoutMs)) {
     Log(1, "X11: the clipboard owner did not answer");
@@ -135,7 +135,9 @@ void Serve(Connection& c, const XSelectionRequestEvent& request) {
 void HandleClipboardEvent(Connection& c, XEvent& event) {
   if (event.type == SelectionRequest) {
     Serve(c, event.xselectionrequest);
-  } else if (event.type == SelectionClear && event.xselectionclear.selection == c.atoms.clipboard) {
+  } else if (event.type == SelectionClear && event.xselectionclear.selection == c.atoms.clipboard &&
+             XGetSelectionOwner(c.display, c.atoms.clipboard) != c.utilityWindow) {
+    // A notice queued before we took the clipboard back is stale: only a real loss clears.
     c.clipboardText.clear();
   }
 }
@@ -144,7 +146,9 @@ void SetClipboardText(const std::string& text) {
   Connection* c = Connection::Get();
   if (!c) return;
   c->clipboardText = text;
-  XSetSelectionOwner(c->display, c->atoms.clipboard, c->utilityWindow, c->LastEventTime());
+  // The time of the triggering event is not known here; CurrentTime cannot lose to an
+  // older owner's time stamp.
+  XSetSelectionOwner(c->display, c->atoms.clipboard, c->utilityWindow, CurrentTime);
   if (XGetSelectionOwner(c->display, c->atoms.clipboard) != c->utilityWindow)
     Log(1, "X11: could not take the clipboard");
   XFlush(c->display);

@@ -43,27 +43,6 @@ bool IsInputEvent(int type) {
   }
 }
 
-// The time stamp of events that carry one.
-unsigned long EventTime(const XEvent& event) {
-  switch (event.type) {
-    case KeyPress:
-    case KeyRelease:
-      return event.xkey.time;
-    case ButtonPress:
-    case ButtonRelease:
-      return event.xbutton.time;
-    case MotionNotify:
-      return event.xmotion.time;
-    case EnterNotify:
-    case LeaveNotify:
-      return event.xcrossing.time;
-    case PropertyNotify:
-      return event.xproperty.time;
-    default:
-      return 0;
-  }
-}
-
 }  // namespace
 
 int64_t NowMs() {
@@ -195,7 +174,6 @@ void Connection::RunOnce(int maxWaitMs) {
 }
 
 void Connection::Route(XEvent& event) {
-  if (unsigned long time = EventTime(event)) lastEventTime = time;
   if (event.xany.window == utilityWindow) {
     HandleClipboardEvent(*this, event);
     return;

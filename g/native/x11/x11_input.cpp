@@ -107,7 +107,9 @@ int CharacterFromKey(unsigned long keysym, const char* bytes, int count) {
 }
 
 bool ClickTracker::Press(int button, unsigned long timeMs, int x, int y) {
-  bool isDouble = button == lastButton && timeMs - lastTime <= kIntervalMs &&
+  // Server times are 32-bit and wrap; the difference is taken in 32 bits.
+  uint32_t elapsed = static_cast<uint32_t>(timeMs - lastTime);
+  bool isDouble = button == lastButton && elapsed <= kIntervalMs &&
                   std::abs(x - lastX) <= kDistance && std::abs(y - lastY) <= kDistance;
   lastButton = isDouble ? 0 : button;
   lastTime = timeMs;

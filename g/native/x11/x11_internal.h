@@ -90,9 +90,6 @@ class Connection {
   // Waits for an event of `type` on `window`, handling nothing else, for at most `timeoutMs`.
   bool WaitForEvent(WindowId window, int type, _XEvent& out, int timeoutMs);
 
-  // The server time of the last event seen, for selection requests (CurrentTime before any).
-  unsigned long LastEventTime() const { return lastEventTime; }
-
   _XDisplay* display = nullptr;
   int screen = 0;
   WindowId rootWindow = 0;
@@ -115,7 +112,6 @@ class Connection {
   std::map<WindowId, EventSink*> sinks;
   std::map<WindowId, Timer> timers;
   EventSink* modal = nullptr;
-  unsigned long lastEventTime = 0;
 };
 
 int64_t NowMs();

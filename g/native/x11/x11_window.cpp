@@ -136,8 +136,16 @@ class X11Window : public NativeWindow, public EventSink {
   }
 
   void ShowAndRaise() override {
-    XMapRaised(c.display, handle);
-    XFlush(c.display);
+    WindowId window = handle;
+    Display* display = c.display;
+    if (!sizeAnnounced) {
+      // A window learns its size when first shown, as on Windows; the tree may be deleted by
+      // what it hears, so only copies are used after.
+      sizeAnnounced = true;
+      Send(NativeEventKind::Size, width, height);
+    }
+    XMapRaised(display, window);
+    XFlush(display);
   }
 
   void SetTitle(const std::wstring& title) override {
@@ -370,6 +378,7 @@ class X11Window : public NativeWindow, public EventSink {
   int height;
   unsigned modifiers = 0;
   bool needsPaint = false;
+  bool sizeAnnounced = false;
   Rect pendingPaint;
   Rect exposed;
   ClickTracker clicks;
