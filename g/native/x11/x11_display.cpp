@@ -109,7 +109,12 @@ bool Connection::Open() {
   int major = 0;
   int minor = 0;
   Bool pixmaps = False;
-  hasShm = XShmQueryVersion(display, &major, &minor, &pixmaps) == True;
+  int opcode = 0;
+  int firstEvent = 0;
+  int firstError = 0;
+  // Asking for the version of a missing extension prints a warning; ask whether it exists first.
+  hasShm = XQueryExtension(display, "MIT-SHM", &opcode, &firstEvent, &firstError) &&
+           XShmQueryVersion(display, &major, &minor, &pixmaps) == True;
 
   XSetWindowAttributes attributes{};
   attributes.event_mask = PropertyChangeMask;

@@ -203,6 +203,8 @@ class FileDialog : public EventSink {
     const Font* font = theme::NormalFont();
     Color text = theme::Palette(theme::kTextColor);
     FillBox(renderer, Rect{0, 0, canvas.width, canvas.height}, theme::Palette(1));
+    // A frame of its own, for servers with no window manager to draw one.
+    FrameBox(renderer, Rect{0, 0, canvas.width, canvas.height}, theme::Palette(28));
 
     renderer.DrawText("Folder:", Rect{kMargin, 10, kLabelWidth, 22}, font, TextAlign{0, 1}, text);
     float pathWidth = static_cast<float>(kWidth - 2 * kMargin - kLabelWidth);

@@ -212,7 +212,6 @@ class ToolkitWindow {
   ToolkitWindow& operator=(const ToolkitWindow&) = delete;
 
   WindowId Id() const { return window; }
-  const Rect& ScreenRect() const { return rect; }
   Bitmap& Canvas() { return *canvas; }
   // Maps the window and waits (briefly) until it is viewable; a dialog takes the focus.
   void Show();

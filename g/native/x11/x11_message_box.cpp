@@ -154,6 +154,8 @@ class MessageBox : public EventSink {
     Bitmap& canvas = window->Canvas();
     Renderer renderer(canvas);
     FillBox(renderer, Rect{0, 0, canvas.width, canvas.height}, theme::Palette(1));
+    // A frame of its own, for servers with no window manager to draw one.
+    FrameBox(renderer, Rect{0, 0, canvas.width, canvas.height}, theme::Palette(28));
     for (size_t i = 0; i < lines.size(); ++i) {
       renderer.DrawText(lines[i],
                         Rect{kPadding, kPadding + static_cast<int>(i) * kLineHeight,

@@ -162,6 +162,58 @@ TEST_F(X11Services, ClipboardTextIsReadFromAnotherOwner) {
   EXPECT_EQ(root->native->ClipboardText(), "back");
 }
 
+TEST_F(X11Services, LargeClipboardTextArrivesInIncrementalChunks) {
+  std::string text;
+  for (int i = 0; text.size() < 300000; ++i) text += "<BLOCK SLOT=\"" + std::to_string(i) + "\"/>\n";
+  std::atomic<bool> owned{false};
+  std::atomic<bool> stop{false};
+  std::thread owner([&] {
+    Peer p;
+    Display* d = p.display;
+    Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
+    XSetSelectionOwner(d, XInternAtom(d, "CLIPBOARD", False), w, CurrentTime);
+    p.Sync();
+    owned = true;
+    XEvent event;
+    if (!WaitFor(d, w, SelectionRequest, event)) return;
+    XSelectionRequestEvent request = event.xselectionrequest;
+    // Announce INCR, then write a chunk each time the requestor deletes the property.
+    XSelectInput(d, request.requestor, PropertyChangeMask);
+    long size = static_cast<long>(text.size());
+    XChangeProperty(d, request.requestor, request.property, XInternAtom(d, "INCR", False), 32,
+                    PropModeReplace, reinterpret_cast<unsigned char*>(&size), 1);
+    XEvent reply{};
+    reply.xselection.type = SelectionNotify;
+    reply.xselection.requestor = request.requestor;
+    reply.xselection.selection = request.selection;
+    reply.xselection.target = request.target;
+    reply.xselection.property = request.property;
+    XSendEvent(d, request.requestor, False, NoEventMask, &reply);
+    p.Sync();
+    size_t sent = 0;
+    bool finished = false;
+    while (!finished && !stop) {
+      if (!XCheckTypedWindowEvent(d, request.requestor, PropertyNotify, &event)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        continue;
+      }
+      if (event.xproperty.atom != request.property || event.xproperty.state != PropertyDelete) continue;
+      size_t chunk = std::min<size_t>(65536, text.size() - sent);
+      XChangeProperty(d, request.requestor, request.property, request.target, 8, PropModeReplace,
+                      reinterpret_cast<const unsigned char*>(text.data() + sent), static_cast<int>(chunk));
+      p.Sync();
+      finished = chunk == 0;
+      sent += chunk;
+    }
+  });
+  while (!owned) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  std::string received = root->native->ClipboardText();
+  stop = true;
+  owner.join();
+  EXPECT_EQ(received.size(), text.size());
+  EXPECT_TRUE(received == text);
+}
+
 struct DragResult {
   bool accepted = false;
   bool actionCopy = false;

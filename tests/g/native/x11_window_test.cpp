@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -263,6 +264,38 @@ TEST_F(X11Window, TicksComeEvery25Milliseconds) {
   PumpUntil([] { return false; }, 300);
   EXPECT_GE(child->ticks, 8);
   EXPECT_LE(child->ticks, 13);
+}
+
+// Ends the message loop from a tick, as a window that finished its work would.
+class Stopper : public G::Control {
+ public:
+  explicit Stopper(G::RootControl* root) : Control(root), native(root->native.get()) {}
+  void OnTimer(int) override {
+    if (++ticks == 4) native->running = false;
+  }
+  G::NativeWindow* native;
+  int ticks = 0;
+};
+
+TEST_F(X11Window, TheMessageLoopRunsUntilNoWindowIsRunning) {
+  auto* stopper = new Stopper(root.get());
+  root->AddChild(stopper);
+  root->AddTimerClient(stopper);
+  // Should the loop not end, closing the window ends it.
+  std::atomic<bool> returned{false};
+  std::thread guard([&] {
+    Peer p;
+    for (int i = 0; i < 300 && !returned; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (!returned) {
+      root->keepOpen = false;
+      p.SendClose(window);
+    }
+  });
+  G::native::RunMessageLoop();
+  returned = true;
+  guard.join();
+  EXPECT_EQ(stopper->ticks, 4);
+  EXPECT_EQ(root->closes, 0);
 }
 
 TEST_F(X11Window, ScreenQueriesAgreeWithTheServer) {
