@@ -262,7 +262,7 @@ TEST_F(X11Window, TicksComeEvery25Milliseconds) {
   root->AddTimerClient(child);
   child->ticks = 0;
   PumpUntil([] { return false; }, 300);
-  EXPECT_GE(child->ticks, 8);
+  EXPECT_GE(child->ticks, 6);
   EXPECT_LE(child->ticks, 13);
 }
 
