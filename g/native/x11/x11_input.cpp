@@ -13,8 +13,8 @@ namespace G::x11 {
 namespace {
 
 struct KeyRow {
-  unsigned long keysym;
-  int virtualKey;
+    unsigned long keysym;
+    int virtualKey;
 };
 
 constexpr KeyRow kKeys[] = {
@@ -79,69 +79,69 @@ constexpr KeyRow kKeys[] = {
 }  // namespace
 
 int VirtualKeyFromKeysym(unsigned long keysym) {
-  if (keysym >= XK_a && keysym <= XK_z) return static_cast<int>(keysym - XK_a + 'A');
-  if (keysym >= XK_A && keysym <= XK_Z) return static_cast<int>(keysym);
-  if (keysym >= XK_0 && keysym <= XK_9) return static_cast<int>(keysym);
-  if (keysym >= XK_KP_0 && keysym <= XK_KP_9) return static_cast<int>(keysym - XK_KP_0 + 0x60);
-  if (keysym >= XK_F1 && keysym <= XK_F24) return static_cast<int>(keysym - XK_F1 + vk::kF1);
-  for (const KeyRow& row : kKeys) {
-    if (row.keysym == keysym) return row.virtualKey;
-  }
-  return 0;
+    if (keysym >= XK_a && keysym <= XK_z) return static_cast<int>(keysym - XK_a + 'A');
+    if (keysym >= XK_A && keysym <= XK_Z) return static_cast<int>(keysym);
+    if (keysym >= XK_0 && keysym <= XK_9) return static_cast<int>(keysym);
+    if (keysym >= XK_KP_0 && keysym <= XK_KP_9) return static_cast<int>(keysym - XK_KP_0 + 0x60);
+    if (keysym >= XK_F1 && keysym <= XK_F24) return static_cast<int>(keysym - XK_F1 + vk::kF1);
+    for (const KeyRow& row : kKeys) {
+        if (row.keysym == keysym) return row.virtualKey;
+    }
+    return 0;
 }
 
 unsigned ModifiersFromState(unsigned state) {
-  unsigned modifiers = 0;
-  if (state & ShiftMask) modifiers |= kShiftDown;
-  if (state & ControlMask) modifiers |= kCtrlDown;
-  if (state & Mod1Mask) modifiers |= kAltDown;
-  return modifiers;
+    unsigned modifiers = 0;
+    if (state & ShiftMask) modifiers |= kShiftDown;
+    if (state & ControlMask) modifiers |= kCtrlDown;
+    if (state & Mod1Mask) modifiers |= kAltDown;
+    return modifiers;
 }
 
 int CharacterFromKey(unsigned long keysym, const char* bytes, int count) {
-  // Keysyms of the form 0x01xxxxxx carry a Unicode code point directly.
-  if (keysym >= 0x01000100 && keysym <= 0x0110FFFF) return static_cast<int>(keysym - 0x01000000);
-  if (count != 1) return 0;
-  int code = static_cast<unsigned char>(bytes[0]);
-  return code == 0x7F ? 0 : code;
+    // Keysyms of the form 0x01xxxxxx carry a Unicode code point directly.
+    if (keysym >= 0x01000100 && keysym <= 0x0110FFFF) return static_cast<int>(keysym - 0x01000000);
+    if (count != 1) return 0;
+    int code = static_cast<unsigned char>(bytes[0]);
+    return code == 0x7F ? 0 : code;
 }
 
 bool ClickTracker::Press(int button, unsigned long timeMs, int x, int y) {
-  // Server times are 32-bit and wrap; the difference is taken in 32 bits.
-  uint32_t elapsed = static_cast<uint32_t>(timeMs - lastTime);
-  bool isDouble = button == lastButton && elapsed <= kIntervalMs &&
-                  std::abs(x - lastX) <= kDistance && std::abs(y - lastY) <= kDistance;
-  lastButton = isDouble ? 0 : button;
-  lastTime = timeMs;
-  lastX = x;
-  lastY = y;
-  return isDouble;
+    // Server times are 32-bit and wrap; the difference is taken in 32 bits.
+    uint32_t elapsed = static_cast<uint32_t>(timeMs - lastTime);
+    bool isDouble = button == lastButton && elapsed <= kIntervalMs && std::abs(x - lastX) <= kDistance &&
+                    std::abs(y - lastY) <= kDistance;
+    lastButton = isDouble ? 0 : button;
+    lastTime = timeMs;
+    lastX = x;
+    lastY = y;
+    return isDouble;
 }
 
 void AppendUtf8(std::string& out, uint32_t code) {
-  if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) code = 0xFFFD;
-  if (code < 0x80) {
-    out += static_cast<char>(code);
-  } else if (code < 0x800) {
-    out += static_cast<char>(0xC0 | (code >> 6));
-    out += static_cast<char>(0x80 | (code & 0x3F));
-  } else if (code < 0x10000) {
-    out += static_cast<char>(0xE0 | (code >> 12));
-    out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (code & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (code >> 18));
-    out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (code & 0x3F));
-  }
+    if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) code = 0xFFFD;
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+    } else if (code < 0x800) {
+        out += static_cast<char>(0xC0 | (code >> 6));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+        out += static_cast<char>(0xE0 | (code >> 12));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (code >> 18));
+        out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    }
 }
 
 std::string ToUtf8(const std::wstring& text) {
-  std::string out;
-  out.reserve(text.size());
-  for (wchar_t c : text) AppendUtf8(out, static_cast<uint32_t>(c));
-  return out;
+    std::string out;
+    out.reserve(text.size());
+    for (wchar_t c : text) AppendUtf8(out, static_cast<uint32_t>(c));
+    return out;
 }
 
 }  // namespace G::x11

@@ -19,17 +19,17 @@ namespace {
 const Status kThreadsReady = XInitThreads();
 
 int64_t Now() {
-  using namespace std::chrono;
-  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
 void Nap() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
 
 bool HasTitle(Display* display, Window window, const std::string& title) {
-  char* name = nullptr;
-  bool same = XFetchName(display, window, &name) && name && title == name;
-  if (name) XFree(name);
-  return same;
+    char* name = nullptr;
+    bool same = XFetchName(display, window, &name) && name && title == name;
+    if (name) XFree(name);
+    return same;
 }
 
 }  // namespace
@@ -37,145 +37,143 @@ bool HasTitle(Display* display, Window window, const std::string& title) {
 Peer::Peer() : display(XOpenDisplay(nullptr)) {}
 
 Peer::~Peer() {
-  if (display) XCloseDisplay(display);
+    if (display) XCloseDisplay(display);
 }
 
 void Peer::MoveTo(int x, int y) {
-  XTestFakeMotionEvent(display, -1, x, y, CurrentTime);
-  Sync();
+    XTestFakeMotionEvent(display, -1, x, y, CurrentTime);
+    Sync();
 }
 
 void Peer::Button(int button, bool down) {
-  XTestFakeButtonEvent(display, button, down, CurrentTime);
-  Sync();
+    XTestFakeButtonEvent(display, button, down, CurrentTime);
+    Sync();
 }
 
 void Peer::Click(int button) {
-  Button(button, true);
-  Button(button, false);
+    Button(button, true);
+    Button(button, false);
 }
 
 void Peer::Key(unsigned long keysym, unsigned long modifier) {
-  KeyCode modifierCode = modifier ? XKeysymToKeycode(display, modifier) : 0;
-  KeyCode code = XKeysymToKeycode(display, keysym);
-  if (modifierCode) XTestFakeKeyEvent(display, modifierCode, True, CurrentTime);
-  XTestFakeKeyEvent(display, code, True, CurrentTime);
-  XTestFakeKeyEvent(display, code, False, CurrentTime);
-  if (modifierCode) XTestFakeKeyEvent(display, modifierCode, False, CurrentTime);
-  Sync();
+    KeyCode modifierCode = modifier ? XKeysymToKeycode(display, modifier) : 0;
+    KeyCode code = XKeysymToKeycode(display, keysym);
+    if (modifierCode) XTestFakeKeyEvent(display, modifierCode, True, CurrentTime);
+    XTestFakeKeyEvent(display, code, True, CurrentTime);
+    XTestFakeKeyEvent(display, code, False, CurrentTime);
+    if (modifierCode) XTestFakeKeyEvent(display, modifierCode, False, CurrentTime);
+    Sync();
 }
 
 void Peer::Type(const std::string& ascii) {
-  for (char ch : ascii) Key(ch == '\r' ? XK_Return : static_cast<unsigned char>(ch));
+    for (char ch : ascii) Key(ch == '\r' ? XK_Return : static_cast<unsigned char>(ch));
 }
 
 void Peer::Focus(WindowId window) {
-  XSetInputFocus(display, window, RevertToParent, CurrentTime);
-  Sync();
+    XSetInputFocus(display, window, RevertToParent, CurrentTime);
+    Sync();
 }
 
 void Peer::SendClose(WindowId window) {
-  XEvent close{};
-  close.xclient.type = ClientMessage;
-  close.xclient.window = window;
-  close.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
-  close.xclient.format = 32;
-  close.xclient.data.l[0] = static_cast<long>(XInternAtom(display, "WM_DELETE_WINDOW", False));
-  XSendEvent(display, window, False, NoEventMask, &close);
-  Sync();
+    XEvent close{};
+    close.xclient.type = ClientMessage;
+    close.xclient.window = window;
+    close.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
+    close.xclient.format = 32;
+    close.xclient.data.l[0] = static_cast<long>(XInternAtom(display, "WM_DELETE_WINDOW", False));
+    XSendEvent(display, window, False, NoEventMask, &close);
+    Sync();
 }
 
 void Peer::Sync() { XSync(display, False); }
 
 bool Peer::Shown(WindowId window) {
-  XWindowAttributes attributes;
-  return XGetWindowAttributes(display, window, &attributes) &&
-         attributes.map_state == IsViewable;
+    XWindowAttributes attributes;
+    return XGetWindowAttributes(display, window, &attributes) && attributes.map_state == IsViewable;
 }
 
 WindowId Peer::WaitForWindow(const std::string& title, int timeoutMs, WindowId except) {
-  int64_t deadline = Now() + timeoutMs;
-  while (Now() < deadline) {
-    Window root = 0;
-    Window parent = 0;
-    Window* children = nullptr;
-    unsigned count = 0;
-    WindowId found = 0;
-    if (XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count)) {
-      for (unsigned i = 0; i < count && !found; ++i) {
-        if (children[i] != except && HasTitle(display, children[i], title) &&
-            Shown(children[i]))
-          found = children[i];
-      }
-      if (children) XFree(children);
+    int64_t deadline = Now() + timeoutMs;
+    while (Now() < deadline) {
+        Window root = 0;
+        Window parent = 0;
+        Window* children = nullptr;
+        unsigned count = 0;
+        WindowId found = 0;
+        if (XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count)) {
+            for (unsigned i = 0; i < count && !found; ++i) {
+                if (children[i] != except && HasTitle(display, children[i], title) && Shown(children[i]))
+                    found = children[i];
+            }
+            if (children) XFree(children);
+        }
+        if (found) return found;
+        Nap();
     }
-    if (found) return found;
-    Nap();
-  }
-  return 0;
+    return 0;
 }
 
 bool Peer::WaitForGone(WindowId window, int timeoutMs) {
-  int64_t deadline = Now() + timeoutMs;
-  while (Shown(window)) {
-    if (Now() >= deadline) return false;
-    Nap();
-  }
-  return true;
+    int64_t deadline = Now() + timeoutMs;
+    while (Shown(window)) {
+        if (Now() >= deadline) return false;
+        Nap();
+    }
+    return true;
 }
 
 bool Peer::WaitForPointerGrab(int timeoutMs) {
-  int64_t deadline = Now() + timeoutMs;
-  while (Now() < deadline) {
-    int status = XGrabPointer(display, DefaultRootWindow(display), False, ButtonPressMask,
-                              GrabModeAsync, GrabModeAsync, None, None, CurrentTime);
-    if (status == AlreadyGrabbed) return true;
-    if (status == GrabSuccess) XUngrabPointer(display, CurrentTime);
-    Sync();
-    Nap();
-  }
-  return false;
+    int64_t deadline = Now() + timeoutMs;
+    while (Now() < deadline) {
+        int status = XGrabPointer(display, DefaultRootWindow(display), False, ButtonPressMask, GrabModeAsync,
+                                  GrabModeAsync, None, None, CurrentTime);
+        if (status == AlreadyGrabbed) return true;
+        if (status == GrabSuccess) XUngrabPointer(display, CurrentTime);
+        Sync();
+        Nap();
+    }
+    return false;
 }
 
 unsigned long Peer::Pixel(WindowId window, int x, int y) {
-  XImage* image = XGetImage(display, window, x, y, 1, 1, AllPlanes, ZPixmap);
-  if (!image) return 0xFFFFFFFF;
-  unsigned long pixel = XGetPixel(image, 0, 0);
-  XDestroyImage(image);
-  return pixel & 0xFFFFFF;
+    XImage* image = XGetImage(display, window, x, y, 1, 1, AllPlanes, ZPixmap);
+    if (!image) return 0xFFFFFFFF;
+    unsigned long pixel = XGetPixel(image, 0, 0);
+    XDestroyImage(image);
+    return pixel & 0xFFFFFF;
 }
 
 void Peer::Origin(WindowId window, int& x, int& y) {
-  Window child = 0;
-  XTranslateCoordinates(display, window, DefaultRootWindow(display), 0, 0, &x, &y, &child);
+    Window child = 0;
+    XTranslateCoordinates(display, window, DefaultRootWindow(display), 0, 0, &x, &y, &child);
 }
 
 bool PumpUntil(const std::function<bool()>& done, int timeoutMs) {
-  int64_t deadline = Now() + timeoutMs;
-  for (;;) {
-    G::native::PumpPendingMessages();
-    if (done()) return true;
-    if (Now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+    int64_t deadline = Now() + timeoutMs;
+    for (;;) {
+        G::native::PumpPendingMessages();
+        if (done()) return true;
+        if (Now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 ModalDriver::ModalDriver(std::function<void(Peer&)> script)
     : thread([this, script = std::move(script)] {
-        Peer peer;
-        if (!peer.display) return;
-        script(peer);
-        int64_t graceEnd = Now() + 3000;
-        while (!finished && Now() < graceEnd) Nap();
-        for (int tries = 0; !finished && tries < 100; ++tries) {
-          peer.Key(XK_Escape);
-          std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
+          Peer peer;
+          if (!peer.display) return;
+          script(peer);
+          int64_t graceEnd = Now() + 3000;
+          while (!finished && Now() < graceEnd) Nap();
+          for (int tries = 0; !finished && tries < 100; ++tries) {
+              peer.Key(XK_Escape);
+              std::this_thread::sleep_for(std::chrono::milliseconds(50));
+          }
       }) {}
 
 void ModalDriver::Finish() {
-  finished = true;
-  if (thread.joinable()) thread.join();
+    finished = true;
+    if (thread.joinable()) thread.join();
 }
 
 ModalDriver::~ModalDriver() { Finish(); }
