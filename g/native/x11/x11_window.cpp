@@ -427,7 +427,8 @@ std::unique_ptr<NativeWindow> CreateNativeWindow(const std::wstring& title, cons
     native->Advertise();
     c->Register(window, native.get());
     c->StartTimer(window, x11::kTickMs);
-    XFlush(c->display);
+    // The window exists on the server when this returns, as other clients may look it up.
+    XSync(c->display, False);
     return native;
 }
 

@@ -266,38 +266,32 @@ void Drag(Peer& p, Window target, const char* type, const std::string& uris, int
     }
 }
 
-TEST_F(X11Services, FileDropsAreDecodedAndOfferedToTheControlUnderThePoint) {
-    DragResult result;
-    std::atomic<bool> done{false};
-    std::thread source([&] {
-        Peer p;
-        Drag(p, root->GetNativeWindow(), "text/uri-list",
-             "# from a file manager\r\nfile:///tmp/a%20b.vrkx\r\nfile://host/tmp/%C3%BC.vrk\r\n",
-             originX + 120, originY + 70, result);
-        done = true;
-    });
-    EXPECT_TRUE(PumpUntil([&] { return done.load(); }, 10000));
-    source.join();
-    EXPECT_TRUE(result.accepted);
-    EXPECT_TRUE(result.actionCopy);
-    EXPECT_TRUE(result.finished);
-    EXPECT_TRUE(result.success);
+TEST_F(X11Services, FileDropsAreDecodedAndOfferedToTheControlUnderThePointOthersRefused) {
+    auto drag = [&](const char* type, const std::string& data) {
+        DragResult result;
+        std::atomic<bool> done{false};
+        std::thread source([&] {
+            Peer p;
+            Drag(p, root->GetNativeWindow(), type, data, originX + 120, originY + 70, result);
+            done = true;
+        });
+        EXPECT_TRUE(PumpUntil([&] { return done.load(); }, 10000));
+        source.join();
+        return result;
+    };
+    DragResult files = drag(
+        "text/uri-list", "# from a file manager\r\nfile:///tmp/a%20b.vrkx\r\nfile://host/tmp/%C3%BC.vrk\r\n");
+    EXPECT_TRUE(files.accepted);
+    EXPECT_TRUE(files.actionCopy);
+    EXPECT_TRUE(files.finished);
+    EXPECT_TRUE(files.success);
     EXPECT_EQ(target->dropped, std::vector<std::string>{"/tmp/a b.vrkx"});
-}
 
-TEST_F(X11Services, DragsWithoutFilesAreRefused) {
-    DragResult result;
-    std::atomic<bool> done{false};
-    std::thread source([&] {
-        Peer p;
-        Drag(p, root->GetNativeWindow(), "text/plain", "hello", originX + 120, originY + 70, result);
-        done = true;
-    });
-    EXPECT_TRUE(PumpUntil([&] { return done.load(); }, 10000));
-    source.join();
-    EXPECT_FALSE(result.accepted);
-    EXPECT_TRUE(result.finished);
-    EXPECT_FALSE(result.success);
+    target->dropped.clear();
+    DragResult text = drag("text/plain", "hello");
+    EXPECT_FALSE(text.accepted);
+    EXPECT_TRUE(text.finished);
+    EXPECT_FALSE(text.success);
     EXPECT_TRUE(target->dropped.empty());
 }
 

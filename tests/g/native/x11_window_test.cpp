@@ -148,16 +148,10 @@ TEST_F(X11Window, KeysArriveAsVirtualKeysThenCharacters) {
     };
     const Row rows[] = {
         {XK_a, {"keydown 65", "char 97", "keyup 65"}},
-        {XK_5, {"keydown 53", "char 53", "keyup 53"}},
-        {XK_space, {"keydown 32", "char 32", "keyup 32"}},
         {XK_Left, {"keydown 1000", "keyup 1000"}},
         {XK_Down, {"keydown 1003", "keyup 1003"}},
         {XK_BackSpace, {"keydown 1004", "char 8", "keyup 1004"}},
         {XK_Delete, {"keydown 1006", "keyup 1006"}},
-        {XK_Prior, {"keydown 1007", "keyup 1007"}},
-        {XK_Home, {"keydown 1009", "keyup 1009"}},
-        {XK_End, {"keydown 1010", "keyup 1010"}},
-        {XK_Insert, {"keydown 1011", "keyup 1011"}},
         {XK_KP_Divide, {"keydown 1012", "char 47", "keyup 1012"}},
         {XK_KP_Multiply, {"keydown 1013", "char 42", "keyup 1013"}},
         {XK_Return, {"keydown 1014", "char 13", "keyup 1014"}},
@@ -191,17 +185,6 @@ TEST_F(X11Window, QuickSecondPressesBecomeDoubleClicksAndAThirdIsPlainAgain) {
     peer.Click(2);
     peer.Click(2);
     EXPECT_THAT(LogOf(4), ElementsAre("mdown 10,12", "mup 10,12", "mdbl 10,12", "mup 10,12"));
-}
-
-TEST_F(X11Window, DistantOrSlowSecondPressesStaySingle) {
-    MoveInChild(10, 12);
-    peer.Click(1);
-    MoveInChild(30, 12);
-    peer.Click(1);
-    std::this_thread::sleep_for(std::chrono::milliseconds(450));
-    peer.Click(1);
-    EXPECT_THAT(LogOf(6), ElementsAre("ldown 10,12", "lup 10,12", "ldown 30,12", "lup 30,12", "ldown 30,12",
-                                      "lup 30,12"));
 }
 
 TEST_F(X11Window, WheelButtonsScrollTheHoveredControl) {
