@@ -84,7 +84,8 @@ public:
             renderer.DrawLine(grid, at - dx, 0, at - dx, float(bounds.h));
             renderer.DrawLine(grid, 0, at - dy, float(bounds.w), at - dy);
         }
-        renderer.StrokeRect(G::Pen{borderColor, 1.0f}, G::FloatRect{0.5f, 0.5f, bounds.w - 1.0f, bounds.h - 1.0f});
+        renderer.StrokeRect(G::Pen{borderColor, 1.0f},
+                            G::FloatRect{0.5f, 0.5f, bounds.w - 1.0f, bounds.h - 1.0f});
         return true;
     }
     bool OnVScroll(int, int) override {
@@ -115,14 +116,18 @@ public:
     }
 
     // [SECTION] Listener calls
-    void BeginChange(G::FloatParamGenerator*, int index) override { Say("BeginChange " + std::to_string(index)); }
+    void BeginChange(G::FloatParamGenerator*, int index) override {
+        Say("BeginChange " + std::to_string(index));
+    }
     void ValueChanged(G::FloatParamGenerator*, int index, float value) override {
         char line[64];
         std::snprintf(line, sizeof line, "ValueChanged %d %.4f", index, value);
         Say(line);
     }
     void EndChange(G::FloatParamGenerator*, int index) override { Say("EndChange " + std::to_string(index)); }
-    std::wstring DescribeValue(int, float value) override { return std::to_wstring(int(value * 100.0f + 0.5f)) + L"%"; }
+    std::wstring DescribeValue(int, float value) override {
+        return std::to_wstring(int(value * 100.0f + 0.5f)) + L"%";
+    }
     void TextChanged(G::TextParamGenerator*, int index, const std::wstring& text) override {
         Say("TextChanged " + std::to_string(index) + " " + Utf8(text));
     }
@@ -174,13 +179,13 @@ void GalleryRoot::Build() {
     Place(large, 120, 20, 72, 80);
 
     Place(new G::ParameterPitch(this, this, 4, 0.5f), 210, 30, 170, 20);
-    Place(new G::ParameterPitch(this, this, 5, 0.5f, true), 400, 20, 40, 60);
+    Place(new G::ParameterPitch(this, this, 5, 0.5f, true), 210, 60, 170, 20);
 
     Place(new G::ParameterSlider(this, this, 6, 0.3f, L"Level"), 20, 130, 160, 18);
-    Place(new G::ParameterSlider(this, this, 7, 0.5f, L"Pan", G::ParameterSlider::kStyleCentred), 20, 160, 160,
-          18);
-    Place(new G::ParameterSlider(this, this, 8, 0.7f, L"Mix", G::ParameterSlider::kStylePlain, true), 200, 110, 18,
-          90);
+    Place(new G::ParameterSlider(this, this, 7, 0.5f, L"Pan", G::ParameterSlider::kStyleCentred), 20, 160,
+          160, 18);
+    Place(new G::ParameterSlider(this, this, 8, 0.7f, L"", G::ParameterSlider::kStylePlain, true), 200, 110,
+          18, 90);
 
     Place(new G::ParameterSwitch(this, this, 9, 0.0f), 250, 120, 20, 20);
     Place(new G::ParameterSwitchWithLabel(this, this, 10, 1.0f, L"Sync"), 250, 150, 100, 20);
@@ -191,8 +196,9 @@ void GalleryRoot::Build() {
 
     text = Place(new G::TextBox(this, this, 14, L"Vrok"), 20, 260, 160, 20);
 
-    const std::pair<int, const wchar_t*> buttons[] = {{kMenu, L"Menu"},  {kMessage, L"Message"}, {kOpen, L"Open"},
-                                                      {kSave, L"Save"},  {kCopy, L"Copy"},       {kPaste, L"Paste"}};
+    const std::pair<int, const wchar_t*> buttons[] = {{kMenu, L"Menu"}, {kMessage, L"Message"},
+                                                      {kOpen, L"Open"}, {kSave, L"Save"},
+                                                      {kCopy, L"Copy"}, {kPaste, L"Paste"}};
     int x = 20;
     for (auto [id, caption] : buttons) {
         Place(new G::CustomButton(this, this, id, caption), x, 300, 70, 22);
@@ -252,7 +258,7 @@ void GalleryRoot::OnCommand(int id) {
             break;
         }
         case kCopy:
-            native->SetClipboardText(Utf8(text->text));
+            native->SetClipboardText(Utf8(text->Text()));
             break;
         case kPaste:
             Say("Clipboard " + native->ClipboardText());
@@ -291,9 +297,10 @@ void GalleryRoot::Caption(G::Renderer& renderer, const char* caption, int x, int
 }
 
 bool GalleryRoot::OnDraw(G::Renderer& renderer, G::Rect) {
-    renderer.FillRect(G::Brush::Solid(G::theme::Palette(1)), G::FloatRect{0, 0, float(bounds.w), float(bounds.h)});
+    renderer.FillRect(G::Brush::Solid(G::theme::Palette(1)),
+                      G::FloatRect{0, 0, float(bounds.w), float(bounds.h)});
     Caption(renderer, "Knobs", 20, 8);
-    Caption(renderer, "Pitch", 210, 8);
+    Caption(renderer, "Pitch (across, then up and down)", 210, 8);
     Caption(renderer, "Sliders and switches", 20, 108);
     Caption(renderer, "Scrolled window", 450, 92);
     Caption(renderer, "Filter, wave and choices", 20, 198);

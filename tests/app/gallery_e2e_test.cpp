@@ -10,9 +10,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -41,8 +41,8 @@ std::string ReadAll(const fs::path& p) {
 class Gallery {
 public:
     Gallery(const fs::path& screenshot, int afterMs, const fs::path& output) : out(output) {
-        std::vector<std::string> args = {VROK_BINARY, "gallery", "--screenshot", screenshot.string(), "--after",
-                                         std::to_string(afterMs)};
+        std::vector<std::string> args = {VROK_BINARY,         "gallery", "--screenshot",
+                                         screenshot.string(), "--after", std::to_string(afterMs)};
         std::vector<char*> argv;
         for (auto& a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
@@ -120,8 +120,9 @@ TEST(GalleryEndToEnd, KnobDragAndSwitchClickReachTheListenerAndTheScreen) {
     Gallery gallery(dir / "touched.png", 2500, dir / "touched.txt");
     ASSERT_TRUE(gallery.WaitForLine("ready", 20s));
     // Without a window manager the window stands at the screen's origin.
-    Xdotool("mousemove 40 50 sleep 0.1 mousedown 1 sleep 0.1 mousemove 40 40 sleep 0.1 mousemove 40 30 "
-            "sleep 0.1 mouseup 1 sleep 0.1");
+    Xdotool(
+        "mousemove 40 50 sleep 0.1 mousedown 1 sleep 0.1 mousemove 40 40 sleep 0.1 mousemove 40 30 "
+        "sleep 0.1 mouseup 1 sleep 0.1");
     Xdotool("mousemove 260 130 sleep 0.1 click 1 sleep 0.1");
     ASSERT_EQ(gallery.Wait(30s), 0);
 
