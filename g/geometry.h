@@ -11,32 +11,32 @@ using Color = uint32_t;
 
 // Pixels; y grows downwards; a control's x, y are relative to its parent.
 struct Rect {
-  int32_t x = 0;
-  int32_t y = 0;
-  int32_t w = 0;
-  int32_t h = 0;
+    int32_t x = 0;
+    int32_t y = 0;
+    int32_t w = 0;
+    int32_t h = 0;
 
-  bool Contains(int px, int py) const { return px >= x && px < x + w && py >= y && py < y + h; }
-  bool IsEmpty() const { return w <= 0 || h <= 0; }
-  bool operator==(const Rect&) const = default;
+    bool Contains(int px, int py) const { return px >= x && px < x + w && py >= y && py < y + h; }
+    bool IsEmpty() const { return w <= 0 || h <= 0; }
+    bool operator==(const Rect&) const = default;
 };
 
 struct FloatRect {
-  float x = 0;
-  float y = 0;
-  float w = 0;
-  float h = 0;
+    float x = 0;
+    float y = 0;
+    float w = 0;
+    float h = 0;
 };
 
 struct FloatPoint {
-  float x = 0;
-  float y = 0;
+    float x = 0;
+    float y = 0;
 };
 
 // 0 left or top, 1 centre, 2 right or bottom.
 struct TextAlign {
-  int horizontal = 0;
-  int vertical = 0;
+    int horizontal = 0;
+    int vertical = 0;
 };
 
 // Union of `add` into `into`; an empty `into` (width <= 0) becomes `add`.

@@ -9,28 +9,28 @@ namespace G {
 
 // Marks the sender of listener calls.
 class FloatParamGenerator {
- public:
-  virtual ~FloatParamGenerator() = default;
+public:
+    virtual ~FloatParamGenerator() = default;
 };
 
 class FloatParamListener {
- public:
-  virtual ~FloatParamListener() = default;
-  virtual void BeginChange(FloatParamGenerator* generator, int index) = 0;
-  virtual void ValueChanged(FloatParamGenerator* generator, int index, float value) = 0;
-  virtual void EndChange(FloatParamGenerator* generator, int index) = 0;
-  virtual std::wstring DescribeValue(int index, float value) = 0;
+public:
+    virtual ~FloatParamListener() = default;
+    virtual void BeginChange(FloatParamGenerator* generator, int index) = 0;
+    virtual void ValueChanged(FloatParamGenerator* generator, int index, float value) = 0;
+    virtual void EndChange(FloatParamGenerator* generator, int index) = 0;
+    virtual std::wstring DescribeValue(int index, float value) = 0;
 };
 
 class TextParamGenerator {
- public:
-  virtual ~TextParamGenerator() = default;
+public:
+    virtual ~TextParamGenerator() = default;
 };
 
 class TextParamListener {
- public:
-  virtual ~TextParamListener() = default;
-  virtual void TextChanged(TextParamGenerator* generator, int index, const std::wstring& text) = 0;
+public:
+    virtual ~TextParamListener() = default;
+    virtual void TextChanged(TextParamGenerator* generator, int index, const std::wstring& text) = 0;
 };
 
 }  // namespace G

@@ -11,28 +11,28 @@ class Renderer;
 
 // Paints a control's background in place of the default recipe.
 class BackgroundRenderer {
- public:
-  virtual ~BackgroundRenderer() = default;
-  virtual void PaintBackground(Renderer& renderer, const Rect& area) = 0;
+public:
+    virtual ~BackgroundRenderer() = default;
+    virtual void PaintBackground(Renderer& renderer, const Rect& area) = 0;
 };
 
 // Lets an owner draw an item of a list widget or an owner-drawn button. `state` is the
 // button state: 0 idle, 1 hovered, 2 pressed.
 class ItemPainter {
- public:
-  virtual ~ItemPainter() = default;
-  virtual void PaintItem(int id, Renderer& renderer, const Rect& area, int state) {}
+public:
+    virtual ~ItemPainter() = default;
+    virtual void PaintItem(int id, Renderer& renderer, const Rect& area, int state) {}
 };
 
 // A text style of the manual display.
 struct LayoutStyle {
-  const Font* font = nullptr;
-  Color color = 0xFF000000;
-  int alignment = 1;
-  float size = 10.0f;
-  float spacingBefore = 0;
-  float spacingAfter = 0;
-  bool bold = false;
+    const Font* font = nullptr;
+    Color color = 0xFF000000;
+    int alignment = 1;
+    float size = 10.0f;
+    float spacingBefore = 0;
+    float spacingAfter = 0;
+    bool bold = false;
 };
 
 namespace theme {

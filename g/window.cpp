@@ -11,8 +11,8 @@ int liveWindows = 0;
 }  // namespace
 
 Window::Window(Control* parentControl) : CustomControl(parentControl) {
-  id = -1;
-  ++liveWindows;
+    id = -1;
+    ++liveWindows;
 }
 
 Window::~Window() { --liveWindows; }
@@ -20,49 +20,49 @@ Window::~Window() { --liveWindows; }
 int Window::LiveCount() { return liveWindows; }
 
 void Window::SetTitle(const std::wstring& text) {
-  title = text;
-  Invalidate(nullptr);
+    title = text;
+    Invalidate(nullptr);
 }
 
 void Window::LayoutScrollers() {
-  const int t = Scroller::kThickness;
-  if (vScroller) vScroller->SetBounds(bounds.w - t, 0, t, bounds.h - (hScroller ? t : 0));
-  if (hScroller) hScroller->SetBounds(0, bounds.h - t, bounds.w, t);
+    const int t = Scroller::kThickness;
+    if (vScroller) vScroller->SetBounds(bounds.w - t, 0, t, bounds.h - (hScroller ? t : 0));
+    if (hScroller) hScroller->SetBounds(0, bounds.h - t, bounds.w, t);
 }
 
 void Window::SetVScroller(bool enabled) {
-  hasVScroller = enabled;
-  if (enabled && !vScroller) {
-    vScroller = new Scroller(this, &vScrollPosition, &vScrollPage, true);
-    AddChild(vScroller);
-    vScroller->BringToFront(false);
-  } else if (!enabled && vScroller) {
-    DestroyChild(vScroller);
-    vScroller = nullptr;
-  }
-  LayoutScrollers();
+    hasVScroller = enabled;
+    if (enabled && !vScroller) {
+        vScroller = new Scroller(this, &vScrollPosition, &vScrollPage, true);
+        AddChild(vScroller);
+        vScroller->BringToFront(false);
+    } else if (!enabled && vScroller) {
+        DestroyChild(vScroller);
+        vScroller = nullptr;
+    }
+    LayoutScrollers();
 }
 
 void Window::SetHScroller(bool enabled) {
-  hasHScroller = enabled;
-  if (enabled && !hScroller) {
-    hScroller = new Scroller(this, &hScrollPosition, &hScrollPage, false);
-    AddChild(hScroller);
-    hScroller->BringToFront(false);
-  } else if (!enabled && hScroller) {
-    DestroyChild(hScroller);
-    hScroller = nullptr;
-  }
-  LayoutScrollers();
+    hasHScroller = enabled;
+    if (enabled && !hScroller) {
+        hScroller = new Scroller(this, &hScrollPosition, &hScrollPage, false);
+        AddChild(hScroller);
+        hScroller->BringToFront(false);
+    } else if (!enabled && hScroller) {
+        DestroyChild(hScroller);
+        hScroller = nullptr;
+    }
+    LayoutScrollers();
 }
 
 void Window::GetPreferredBounds(Rect& out) {
-  out = Rect{};
-  for (Control* child : children) UnionRect(out, child->bounds);
-  out.x -= padding;
-  out.y -= padding;
-  out.w += 2 * padding;
-  out.h += 2 * padding;
+    out = Rect{};
+    for (Control* child : children) UnionRect(out, child->bounds);
+    out.x -= padding;
+    out.y -= padding;
+    out.w += 2 * padding;
+    out.h += 2 * padding;
 }
 
 bool Window::OnWheel(int notches) { return vScroller && vScroller->OnWheel(notches); }
@@ -72,9 +72,9 @@ bool Window::OnHWheel(int notches) { return hScroller && hScroller->OnWheel(notc
 void Window::OnResized(int, int) { LayoutScrollers(); }
 
 void Window::BringToFront(bool propagate) {
-  Control::BringToFront(propagate);
-  if (vScroller) vScroller->BringToFront(false);
-  if (hScroller) hScroller->BringToFront(false);
+    Control::BringToFront(propagate);
+    if (vScroller) vScroller->BringToFront(false);
+    if (hScroller) hScroller->BringToFront(false);
 }
 
 }  // namespace G

@@ -14,145 +14,142 @@
 namespace gtest_support {
 
 class FakeNativeWindow : public G::NativeWindow {
- public:
-  FakeNativeWindow(int w, int h) : width(w), height(h) {}
+public:
+    FakeNativeWindow(int w, int h) : width(w), height(h) {}
 
-  void SetClientSize(int w, int h) override {
-    width = w;
-    height = h;
-  }
-  void ClientSize(int& w, int& h) override {
-    w = width;
-    h = height;
-  }
-  void ShowAndRaise() override { shown = true; }
-  void SetTitle(const std::wstring& t) override { title = t; }
-  void SetCapture() override { captured = true; }
-  void ReleaseCapture() override { captured = false; }
-  void RequestMouseLeave() override {}
-  void ClientToScreen(int& x, int& y) override {
-    x += screenX;
-    y += screenY;
-  }
-  void ScreenToClient(int& x, int& y) override {
-    x -= screenX;
-    y -= screenY;
-  }
-  void ScreenSize(int& w, int& h) override {
-    w = 1920;
-    h = 1080;
-  }
-  void CursorPosition(int& x, int& y) override {
-    x = cursorX;
-    y = cursorY;
-  }
-  void InvalidateRect(const G::Rect&) override { paintPending = true; }
-  void PaintNow() override {
-    ++paintNowCalls;
-    if (!paintPending) return;
-    paintPending = false;
-    Send(G::NativeEventKind::Paint);
-  }
-  void PresentSurface(const G::Rect& area) override { presented.push_back(area); }
-  void SetClipboardText(const std::string& text) override { clipboard = text; }
-  std::string ClipboardText() override { return clipboard; }
-  int RunPopupMenu(const G::MenuItem& menu, int x, int y, unsigned flags) override {
-    menuShown = &menu;
-    menuX = x;
-    menuY = y;
-    menuFlags = flags;
-    return menuAnswer;
-  }
-  G::MessageBoxResult ShowMessageBox(const std::string&, const std::string&,
-                                     G::MessageBoxKind) override {
-    return G::MessageBoxResult::Ok;
-  }
-  bool OpenFileDialog(const G::FileDialogRequest&, std::string&) override { return false; }
-  bool SaveFileDialog(const G::FileDialogRequest&, std::string&) override { return false; }
+    void SetClientSize(int w, int h) override {
+        width = w;
+        height = h;
+    }
+    void ClientSize(int& w, int& h) override {
+        w = width;
+        h = height;
+    }
+    void ShowAndRaise() override { shown = true; }
+    void SetTitle(const std::wstring& t) override { title = t; }
+    void SetCapture() override { captured = true; }
+    void ReleaseCapture() override { captured = false; }
+    void RequestMouseLeave() override {}
+    void ClientToScreen(int& x, int& y) override {
+        x += screenX;
+        y += screenY;
+    }
+    void ScreenToClient(int& x, int& y) override {
+        x -= screenX;
+        y -= screenY;
+    }
+    void ScreenSize(int& w, int& h) override {
+        w = 1920;
+        h = 1080;
+    }
+    void CursorPosition(int& x, int& y) override {
+        x = cursorX;
+        y = cursorY;
+    }
+    void InvalidateRect(const G::Rect&) override { paintPending = true; }
+    void PaintNow() override {
+        ++paintNowCalls;
+        if (!paintPending) return;
+        paintPending = false;
+        Send(G::NativeEventKind::Paint);
+    }
+    void PresentSurface(const G::Rect& area) override { presented.push_back(area); }
+    void SetClipboardText(const std::string& text) override { clipboard = text; }
+    std::string ClipboardText() override { return clipboard; }
+    int RunPopupMenu(const G::MenuItem& menu, int x, int y, unsigned flags) override {
+        menuShown = &menu;
+        menuX = x;
+        menuY = y;
+        menuFlags = flags;
+        return menuAnswer;
+    }
+    G::MessageBoxResult ShowMessageBox(const std::string&, const std::string&, G::MessageBoxKind) override {
+        return G::MessageBoxResult::Ok;
+    }
+    bool OpenFileDialog(const G::FileDialogRequest&, std::string&) override { return false; }
+    bool SaveFileDialog(const G::FileDialogRequest&, std::string&) override { return false; }
 
-  // [SECTION] Synthetic messages
-  bool Send(G::NativeEventKind kind, int x = 0, int y = 0, unsigned modifiers = 0) {
-    G::NativeEvent e;
-    e.kind = kind;
-    e.x = x;
-    e.y = y;
-    e.modifiers = modifiers;
-    return Dispatch(e);
-  }
-  bool Key(G::NativeEventKind kind, int key, unsigned modifiers = 0) {
-    G::NativeEvent e;
-    e.kind = kind;
-    e.key = key;
-    e.modifiers = modifiers;
-    return Dispatch(e);
-  }
-  bool Wheel(int delta, bool horizontal = false) {
-    G::NativeEvent e;
-    e.kind = horizontal ? G::NativeEventKind::HWheel : G::NativeEventKind::Wheel;
-    e.wheelDelta = delta;
-    return Dispatch(e);
-  }
-  bool Drop(const std::string& path) {
-    G::NativeEvent e;
-    e.kind = G::NativeEventKind::DropFiles;
-    e.files = {path};
-    return Dispatch(e);
-  }
-  void Move(int x, int y, unsigned modifiers = 0) {
-    Send(G::NativeEventKind::MouseMove, x, y, modifiers);
-  }
-  // Move, press and release the left button at one point.
-  void Click(int x, int y, unsigned modifiers = 0) {
-    Move(x, y, modifiers);
-    Send(G::NativeEventKind::LeftDown, x, y, modifiers);
-    Send(G::NativeEventKind::LeftUp, x, y, modifiers);
-  }
-  void Drag(int x0, int y0, int x1, int y1, unsigned modifiers = 0) {
-    Move(x0, y0, modifiers);
-    Send(G::NativeEventKind::LeftDown, x0, y0, modifiers);
-    Move(x1, y1, modifiers);
-    Send(G::NativeEventKind::LeftUp, x1, y1, modifiers);
-  }
+    // [SECTION] Synthetic messages
+    bool Send(G::NativeEventKind kind, int x = 0, int y = 0, unsigned modifiers = 0) {
+        G::NativeEvent e;
+        e.kind = kind;
+        e.x = x;
+        e.y = y;
+        e.modifiers = modifiers;
+        return Dispatch(e);
+    }
+    bool Key(G::NativeEventKind kind, int key, unsigned modifiers = 0) {
+        G::NativeEvent e;
+        e.kind = kind;
+        e.key = key;
+        e.modifiers = modifiers;
+        return Dispatch(e);
+    }
+    bool Wheel(int delta, bool horizontal = false) {
+        G::NativeEvent e;
+        e.kind = horizontal ? G::NativeEventKind::HWheel : G::NativeEventKind::Wheel;
+        e.wheelDelta = delta;
+        return Dispatch(e);
+    }
+    bool Drop(const std::string& path) {
+        G::NativeEvent e;
+        e.kind = G::NativeEventKind::DropFiles;
+        e.files = {path};
+        return Dispatch(e);
+    }
+    void Move(int x, int y, unsigned modifiers = 0) { Send(G::NativeEventKind::MouseMove, x, y, modifiers); }
+    // Move, press and release the left button at one point.
+    void Click(int x, int y, unsigned modifiers = 0) {
+        Move(x, y, modifiers);
+        Send(G::NativeEventKind::LeftDown, x, y, modifiers);
+        Send(G::NativeEventKind::LeftUp, x, y, modifiers);
+    }
+    void Drag(int x0, int y0, int x1, int y1, unsigned modifiers = 0) {
+        Move(x0, y0, modifiers);
+        Send(G::NativeEventKind::LeftDown, x0, y0, modifiers);
+        Move(x1, y1, modifiers);
+        Send(G::NativeEventKind::LeftUp, x1, y1, modifiers);
+    }
 
-  // Surface pixel at window coordinates, as 0xRRGGBB.
-  uint32_t Pixel(int x, int y) const {
-    const uint8_t* p = surface.data() +
-                       (static_cast<size_t>(surfaceHeight - 1 - y) * surfaceRowLength + x) * 3;
-    return (uint32_t{p[2]} << 16) | (uint32_t{p[1]} << 8) | p[0];
-  }
+    // Surface pixel at window coordinates, as 0xRRGGBB.
+    uint32_t Pixel(int x, int y) const {
+        const uint8_t* p =
+            surface.data() + (static_cast<size_t>(surfaceHeight - 1 - y) * surfaceRowLength + x) * 3;
+        return (uint32_t{p[2]} << 16) | (uint32_t{p[1]} << 8) | p[0];
+    }
 
-  int width;
-  int height;
-  bool shown = false;
-  bool captured = false;
-  bool paintPending = false;
-  int paintNowCalls = 0;
-  int screenX = 100;
-  int screenY = 50;
-  int cursorX = 0;
-  int cursorY = 0;
-  std::wstring title;
-  std::string clipboard;
-  std::vector<G::Rect> presented;
-  const G::MenuItem* menuShown = nullptr;
-  int menuX = 0;
-  int menuY = 0;
-  unsigned menuFlags = 0;
-  int menuAnswer = 0;
+    int width;
+    int height;
+    bool shown = false;
+    bool captured = false;
+    bool paintPending = false;
+    int paintNowCalls = 0;
+    int screenX = 100;
+    int screenY = 50;
+    int cursorX = 0;
+    int cursorY = 0;
+    std::wstring title;
+    std::string clipboard;
+    std::vector<G::Rect> presented;
+    const G::MenuItem* menuShown = nullptr;
+    int menuX = 0;
+    int menuY = 0;
+    unsigned menuFlags = 0;
+    int menuAnswer = 0;
 };
 
 // A root of the given size over a fake native window, shown and painted once.
 struct FakeScreen {
-  FakeScreen(int w = 400, int h = 300) {
-    auto owned = std::make_unique<FakeNativeWindow>(w, h);
-    native = owned.get();
-    root = std::make_unique<G::RootControl>(std::move(owned));
-    native->Send(G::NativeEventKind::Size, w, h);
-    root->ShowTop();
-    native->PaintNow();
-  }
-  FakeNativeWindow* native;
-  std::unique_ptr<G::RootControl> root;
+    FakeScreen(int w = 400, int h = 300) {
+        auto owned = std::make_unique<FakeNativeWindow>(w, h);
+        native = owned.get();
+        root = std::make_unique<G::RootControl>(std::move(owned));
+        native->Send(G::NativeEventKind::Size, w, h);
+        root->ShowTop();
+        native->PaintNow();
+    }
+    FakeNativeWindow* native;
+    std::unique_ptr<G::RootControl> root;
 };
 
 }  // namespace gtest_support
