@@ -53,6 +53,7 @@ bool ParameterSlider::OnLeftDown(int x, int y) {
 }
 
 bool ParameterSlider::OnMouseMove(int x, int y) {
+    // Declining hands the move to the parent, in the parent's coordinates, through the dispatcher.
     if (!dragging) return false;
     if (vertical) {
         MoveTo(bounds.h > 0 ? static_cast<float>(y) / bounds.h : 0.0f);
