@@ -71,44 +71,26 @@ public:
 
     // [SECTION] Synthetic messages
     bool Send(G::NativeEventKind kind, int x = 0, int y = 0, unsigned modifiers = 0) {
-        G::NativeEvent e;
-        e.kind = kind;
-        e.x = x;
-        e.y = y;
-        e.modifiers = modifiers;
-        return Dispatch(e);
+        return Dispatch({.kind = kind, .x = x, .y = y, .modifiers = modifiers});
     }
     bool Key(G::NativeEventKind kind, int key, unsigned modifiers = 0) {
-        G::NativeEvent e;
-        e.kind = kind;
-        e.key = key;
-        e.modifiers = modifiers;
-        return Dispatch(e);
+        return Dispatch({.kind = kind, .key = key, .modifiers = modifiers});
     }
     bool Wheel(int delta, bool horizontal = false) {
-        G::NativeEvent e;
-        e.kind = horizontal ? G::NativeEventKind::HWheel : G::NativeEventKind::Wheel;
-        e.wheelDelta = delta;
-        return Dispatch(e);
+        return Dispatch({.kind = horizontal ? G::NativeEventKind::HWheel : G::NativeEventKind::Wheel,
+                         .wheelDelta = delta});
     }
     bool Drop(const std::string& path) {
-        G::NativeEvent e;
-        e.kind = G::NativeEventKind::DropFiles;
-        e.files = {path};
-        return Dispatch(e);
+        return Dispatch({.kind = G::NativeEventKind::DropFiles, .files = {path}});
     }
     void Move(int x, int y, unsigned modifiers = 0) { Send(G::NativeEventKind::MouseMove, x, y, modifiers); }
     // Move, press and release the left button at one point.
-    void Click(int x, int y, unsigned modifiers = 0) {
-        Move(x, y, modifiers);
-        Send(G::NativeEventKind::LeftDown, x, y, modifiers);
-        Send(G::NativeEventKind::LeftUp, x, y, modifiers);
-    }
-    void Drag(int x0, int y0, int x1, int y1, unsigned modifiers = 0) {
-        Move(x0, y0, modifiers);
-        Send(G::NativeEventKind::LeftDown, x0, y0, modifiers);
-        Move(x1, y1, modifiers);
-        Send(G::NativeEventKind::LeftUp, x1, y1, modifiers);
+    void Click(int x, int y) { Drag(x, y, x, y); }
+    void Drag(int x0, int y0, int x1, int y1) {
+        Move(x0, y0);
+        Send(G::NativeEventKind::LeftDown, x0, y0);
+        Move(x1, y1);
+        Send(G::NativeEventKind::LeftUp, x1, y1);
     }
 
     // Surface pixel at window coordinates, as 0xRRGGBB.

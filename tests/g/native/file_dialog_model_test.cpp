@@ -23,10 +23,10 @@ protected:
     void SetUp() override {
         folder = fs::temp_directory_path() / ("vrok_model_" + std::to_string(::getpid()));
         fs::remove_all(folder);
-        for (const char* dir : {"beta", "Alpha", ".hidden_dir", "gamma/inner"})
+        for (const char* dir : {"beta", "Alpha", ".hidden_dir", "Gamma/inner"})
             fs::create_directories(folder / dir);
         for (const char* file :
-             {"b.vrkx", "A.VRK", "c.vrkx", "notes.txt", ".secret.vrkx", "gamma/inner/deep.vrkx"})
+             {"b.vrkx", "A.VRK", "c.vrkx", "notes.txt", ".secret.vrkx", "Gamma/inner/deep.vrkx"})
             std::ofstream(folder / file) << "x";
         request.directory = folder.string();
         request.filterLabel = "Vrok patches";
@@ -42,7 +42,7 @@ TEST_F(FileDialogModelTest, ListsUpThenFoldersThenFilteredFilesEachSortedIgnorin
     G::FileDialogModel model(request, false);
     EXPECT_EQ(model.Directory(), folder.string());
     EXPECT_EQ(Names(model),
-              (std::vector<std::string>{"../", "Alpha/", "beta/", "gamma/", "A.VRK", "b.vrkx", "c.vrkx"}));
+              (std::vector<std::string>{"../", "Alpha/", "beta/", "Gamma/", "A.VRK", "b.vrkx", "c.vrkx"}));
     EXPECT_EQ(model.Selected(), -1);
     EXPECT_EQ(model.FilterText(), "Vrok patches (*.vrkx, *.vrk)");
 
@@ -72,7 +72,7 @@ TEST_F(FileDialogModelTest, SelectingAFileFillsTheNameAndFoldersAreEntered) {
     model.Select(3);  // a folder leaves the name alone
     EXPECT_EQ(model.Name(), "c.vrkx");
     EXPECT_EQ(model.Activate(), Outcome::Stay);
-    EXPECT_EQ(model.Directory(), (folder / "gamma").string());
+    EXPECT_EQ(model.Directory(), (folder / "Gamma").string());
     EXPECT_EQ(Names(model), (std::vector<std::string>{"../", "inner/"}));
     EXPECT_EQ(model.ActivateEntry(0), Outcome::Stay);  // ".." goes up
     EXPECT_EQ(model.Directory(), folder.string());
@@ -81,9 +81,9 @@ TEST_F(FileDialogModelTest, SelectingAFileFillsTheNameAndFoldersAreEntered) {
 TEST_F(FileDialogModelTest, TypingOverridesTheSelectionAndErasesWholeCharacters) {
     G::FileDialogModel model(request, false);
     model.Select(2);            // a folder is selected...
-    model.Type("gamma/inner");  // ...but the typed path is what counts
+    model.Type("Gamma/inner");  // ...but the typed path is what counts
     EXPECT_EQ(model.Activate(), Outcome::Stay);
-    EXPECT_EQ(model.Directory(), (folder / "gamma" / "inner").string());
+    EXPECT_EQ(model.Directory(), (folder / "Gamma" / "inner").string());
     EXPECT_EQ(model.Name(), "");
     model.Type("d\xc3\xbc");
     model.EraseLastCharacter();
@@ -93,51 +93,38 @@ TEST_F(FileDialogModelTest, TypingOverridesTheSelectionAndErasesWholeCharacters)
     EXPECT_EQ(model.Name(), "");
 }
 
-TEST_F(FileDialogModelTest, OpeningNeedsAnExistingFileAndTriesTheExtensions) {
-    G::FileDialogModel model(request, false);
-    EXPECT_EQ(model.Activate(), Outcome::Stay);  // nothing typed
-    model.Type("c");
-    EXPECT_EQ(model.Activate(), Outcome::Chosen);
-    EXPECT_EQ(model.Path(), (folder / "c.vrkx").string());
-
-    G::FileDialogModel missing(request, false);
-    missing.Type("nothing.vrkx");
-    EXPECT_EQ(missing.Activate(), Outcome::Stay);
-    EXPECT_EQ(missing.Problem(), "File not found");
-
-    G::FileDialogModel absolute(request, false);
-    absolute.Type((folder / "gamma/inner/deep.vrkx").string());
-    EXPECT_EQ(absolute.Activate(), Outcome::Chosen);
-    EXPECT_EQ(absolute.Path(), (folder / "gamma/inner/deep.vrkx").string());
-    EXPECT_EQ(absolute.Problem(), "");
-
+TEST_F(FileDialogModelTest, OpeningNeedsAnExistingFileAndSavingAddsTheFirstExtensionAndFlagsExistingOnes) {
+    const std::string abs = (folder / "Gamma/inner/deep.vrkx").string();
+    // `erase` and `typed` edit the proposed name "fresh"; `select` picks a listed entry first.
+    const struct {
+        bool saving;
+        int select, erase;
+        std::string typed;
+        Outcome outcome;
+        std::string path, problem;
+    } rows[] = {
+        {false, -1, 5, "", Outcome::Stay, "", ""},
+        {false, -1, 5, "c", Outcome::Chosen, "c.vrkx", ""},  // the extensions are tried
+        {false, -1, 5, "nothing.vrkx", Outcome::Stay, "", "File not found"},
+        {false, -1, 5, abs, Outcome::Chosen, abs, ""},
+        {true, -1, 0, "", Outcome::Chosen, "fresh.vrkx", ""},
+        {true, 5, 0, "", Outcome::ConfirmOverwrite, "b.vrkx", ""},
+        {true, -1, 1, "h.txt", Outcome::Chosen, "fresh.txt", ""},  // an extension of its own is kept
+        {true, -1, 5, "/no/such/folder/x", Outcome::Stay, "", "Folder not found"},
+    };
+    request.fileName = "fresh";
+    for (const auto& r : rows) {
+        G::FileDialogModel model(request, r.saving);
+        if (r.select >= 0) model.Select(r.select);
+        for (int i = 0; i < r.erase; ++i) model.EraseLastCharacter();
+        model.Type(r.typed);
+        EXPECT_EQ(model.Activate(), r.outcome) << r.typed;
+        if (!r.path.empty()) EXPECT_EQ(model.Path(), (folder / r.path).string()) << r.typed;
+        EXPECT_EQ(model.Problem(), r.problem) << r.typed;
+    }
     G::FileDialogModel listed(request, false);
     EXPECT_EQ(listed.ActivateEntry(4), Outcome::Chosen);  // double click on A.VRK
     EXPECT_EQ(listed.Path(), (folder / "A.VRK").string());
-}
-
-TEST_F(FileDialogModelTest, SavingAddsTheFirstExtensionAndFlagsExistingFiles) {
-    request.fileName = "fresh";
-    G::FileDialogModel model(request, true);
-    EXPECT_EQ(model.Name(), "fresh");
-    EXPECT_EQ(model.Activate(), Outcome::Chosen);
-    EXPECT_EQ(model.Path(), (folder / "fresh.vrkx").string());
-
-    G::FileDialogModel existing(request, true);
-    existing.Select(5);
-    EXPECT_EQ(existing.Activate(), Outcome::ConfirmOverwrite);
-    EXPECT_EQ(existing.Path(), (folder / "b.vrkx").string());
-
-    G::FileDialogModel kept(request, true);
-    kept.EraseLastCharacter();
-    kept.Type("h.txt");  // an extension of its own is kept
-    EXPECT_EQ(kept.Activate(), Outcome::Chosen);
-    EXPECT_EQ(kept.Path(), (folder / "fresh.txt").string());
-
-    G::FileDialogModel nowhere(request, true);
-    nowhere.Type("/no/such/folder/x");
-    EXPECT_EQ(nowhere.Activate(), Outcome::Stay);
-    EXPECT_EQ(nowhere.Problem(), "Folder not found");
 }
 
 TEST_F(FileDialogModelTest, TheRootHasNoWayUpAndUnreadableFoldersSaySo) {

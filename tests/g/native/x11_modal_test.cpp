@@ -17,6 +17,7 @@
 
 using test::ModalDriver;
 using test::Peer;
+using Layout = G::x11::MenuPanelLayout;
 
 namespace {
 
@@ -26,14 +27,12 @@ constexpr int kMenuX = 100;
 constexpr int kMenuY = 100;
 constexpr int kWait = 3000;
 
-// The screen point in the middle of the `index`th row of a menu opened at kMenuX, kMenuY,
-// counting separators as 7 pixels high.
-void MenuRow(const std::vector<bool>& separators, int index, int& x, int& y) {
-    y = kMenuY + G::x11::MenuPanelLayout::kBorder;
-    for (int i = 0; i < index; ++i)
-        y += separators[i] ? G::x11::MenuPanelLayout::kSeparatorHeight : G::x11::MenuPanelLayout::kItemHeight;
-    y += G::x11::MenuPanelLayout::kItemHeight / 2;
-    x = kMenuX + 30;
+// The screen point in the middle of a row of the menu below, opened at kMenuX, kMenuY: First,
+// a separator, Second, More.
+std::pair<int, int> MenuRow(int index) {
+    const int tops[] = {0, Layout::kItemHeight, Layout::kItemHeight + Layout::kSeparatorHeight,
+                        2 * Layout::kItemHeight + Layout::kSeparatorHeight};
+    return {kMenuX + 30, kMenuY + Layout::kBorder + tops[index] + Layout::kItemHeight / 2};
 }
 
 class X11Modal : public ::testing::Test {
@@ -50,50 +49,34 @@ protected:
         more->Add(4, "Fourth");
     }
 
+    // Runs the menu while `script` plays the user once the menu holds the pointer.
     int RunMenu(std::function<void(Peer&)> script) {
-        ModalDriver driver(std::move(script));
+        ModalDriver driver([script = std::move(script)](Peer& p) {
+            if (p.WaitForPointerGrab(kWait)) script(p);
+        });
         int id = native->RunPopupMenu(menu, kMenuX, kMenuY, G::RightClickMenu::kFlags);
         driver.Finish();
         return id;
     }
 
-    G::MessageBoxResult RunBox(G::MessageBoxKind kind, std::function<void(Peer&, test::WindowId)> keys) {
-        ModalDriver driver([keys = std::move(keys)](Peer& p) {
-            test::WindowId box = p.WaitForWindow("Question", kWait);
-            if (!box) return;
-            p.Focus(box);
-            keys(p, box);
-        });
-        G::MessageBoxResult result =
-            native->ShowMessageBox("Replace the patch?\nThis cannot be undone.", "Question", kind);
-        driver.Finish();
-        return result;
-    }
-
     Peer peer;
     std::unique_ptr<G::NativeWindow> native;
     G::MenuItem menu{0, ""};
-    const std::vector<bool> separators{false, true, false, false};
 };
 
-TEST_F(X11Modal, MenuReturnsTheIdOfTheClickedItem) {
-    EXPECT_EQ(RunMenu([&](Peer& p) {
-                  int x = 0;
-                  int y = 0;
-                  MenuRow(separators, 2, x, y);
-                  if (!p.WaitForPointerGrab(kWait)) return;
-                  p.MoveTo(x, y);
-                  p.Click(1);
-              }),
-              2);
+TEST_F(X11Modal, MenuReturnsTheIdOfTheClickedItemAndAClickOutsideDismisses) {
+    const std::pair<std::pair<int, int>, int> rows[] = {{MenuRow(2), 2}, {{kMenuX + 500, kMenuY + 400}, 0}};
+    for (auto [point, id] : rows) {
+        EXPECT_EQ(RunMenu([point = point](Peer& p) {
+                      p.MoveTo(point.first, point.second);
+                      p.Click(1);
+                  }),
+                  id);
+    }
 }
 
 TEST_F(X11Modal, MenuKeysWalkItemsAndSubmenusAndEscapeDismisses) {
-    struct Row {
-        std::vector<unsigned long> keys;
-        int id;
-    };
-    const Row rows[] = {
+    const std::pair<std::vector<unsigned long>, int> rows[] = {
         {{XK_Escape}, 0},
         // Down from nothing lands on the first item and skips the separator after it.
         {{XK_Down, XK_Down, XK_Return}, 2},
@@ -101,33 +84,19 @@ TEST_F(X11Modal, MenuKeysWalkItemsAndSubmenusAndEscapeDismisses) {
         // Escape in a submenu closes only the submenu.
         {{XK_Up, XK_Right, XK_Escape, XK_Up, XK_Return}, 2},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(RunMenu([&](Peer& p) {
-                      if (!p.WaitForPointerGrab(kWait)) return;
-                      for (unsigned long key : row.keys) p.Key(key);
+    for (const auto& [keys, id] : rows) {
+        EXPECT_EQ(RunMenu([&keys = keys](Peer& p) {
+                      for (unsigned long key : keys) p.Key(key);
                   }),
-                  row.id)
-            << row.keys.size() << " keys";
+                  id)
+            << keys.size() << " keys";
     }
 }
 
-TEST_F(X11Modal, AClickOutsideDismisses) {
-    EXPECT_EQ(RunMenu([](Peer& p) {
-                  if (!p.WaitForPointerGrab(kWait)) return;
-                  p.MoveTo(kMenuX + 500, kMenuY + 400);
-                  p.Click(1);
-              }),
-              0);
-}
-
 TEST_F(X11Modal, TheReleaseOfTheOpeningClickChoosesNothing) {
-    int x = 0;
-    int y = 0;
-    MenuRow(separators, 0, x, y);
-    peer.MoveTo(x, y);
+    peer.MoveTo(MenuRow(0).first, MenuRow(0).second);
     peer.Button(3, true);
     EXPECT_EQ(RunMenu([](Peer& p) {
-                  if (!p.WaitForPointerGrab(kWait)) return;
                   p.Button(3, false);
                   p.Key(XK_Escape);
               }),
@@ -138,48 +107,48 @@ TEST_F(X11Modal, HoveringASubmenuOpensItToTheRight) {
     int subX = 0;
     int subY = 0;
     EXPECT_EQ(RunMenu([&](Peer& p) {
-                  int x = 0;
-                  int y = 0;
-                  MenuRow(separators, 3, x, y);
-                  if (!p.WaitForPointerGrab(kWait)) return;
                   test::WindowId top = p.WaitForWindow("menu", kWait);
-                  p.MoveTo(x, y);
+                  p.MoveTo(MenuRow(3).first, MenuRow(3).second);
                   test::WindowId sub = p.WaitForWindow("menu", kWait, top);
                   if (!sub) return;
                   p.Origin(sub, subX, subY);
-                  p.MoveTo(subX + 30, subY + G::x11::MenuPanelLayout::kBorder +
-                                          3 * G::x11::MenuPanelLayout::kItemHeight / 2);
+                  p.MoveTo(subX + 30, subY + Layout::kBorder + 3 * Layout::kItemHeight / 2);
                   p.Click(1);
               }),
               4);
     EXPECT_GT(subX, kMenuX + 100);
-    int x = 0;
-    int y = 0;
-    MenuRow(separators, 3, x, y);
-    EXPECT_EQ(subY + G::x11::MenuPanelLayout::kItemHeight / 2 + G::x11::MenuPanelLayout::kBorder, y);
+    EXPECT_EQ(subY + Layout::kBorder + Layout::kItemHeight / 2, MenuRow(3).second);
 }
 
 TEST_F(X11Modal, MessageBoxAnswersFromKeysAndTheCloseButton) {
     using G::MessageBoxKind;
     using G::MessageBoxResult;
-    EXPECT_EQ(RunBox(MessageBoxKind::Ok, [](Peer& p, test::WindowId) { p.Key(XK_Return); }),
-              MessageBoxResult::Ok);
-    EXPECT_EQ(RunBox(MessageBoxKind::YesNo, [](Peer& p, test::WindowId) { p.Key(XK_Return); }),
-              MessageBoxResult::Yes);
-    EXPECT_EQ(RunBox(MessageBoxKind::YesNo, [](Peer& p, test::WindowId) { p.Key(XK_n); }),
-              MessageBoxResult::No);
-    EXPECT_EQ(RunBox(MessageBoxKind::YesNo, [](Peer& p, test::WindowId) { p.Key(XK_y); }),
-              MessageBoxResult::Yes);
-    EXPECT_EQ(RunBox(MessageBoxKind::YesNo,
-                     [](Peer& p, test::WindowId) {
-                         p.Key(XK_Tab);
-                         p.Key(XK_Return);
-                     }),
-              MessageBoxResult::No);
-    EXPECT_EQ(RunBox(MessageBoxKind::YesNo, [](Peer& p, test::WindowId box) { p.SendClose(box); }),
-              MessageBoxResult::No);
-    EXPECT_EQ(RunBox(MessageBoxKind::Ok, [](Peer& p, test::WindowId box) { p.SendClose(box); }),
-              MessageBoxResult::Ok);
+    constexpr unsigned long kClose = 0;  // the window manager's close button
+    const struct {
+        MessageBoxKind kind;
+        std::vector<unsigned long> keys;
+        MessageBoxResult result;
+    } rows[] = {
+        {MessageBoxKind::Ok, {XK_Return}, MessageBoxResult::Ok},
+        {MessageBoxKind::YesNo, {XK_Return}, MessageBoxResult::Yes},
+        {MessageBoxKind::YesNo, {XK_n}, MessageBoxResult::No},
+        {MessageBoxKind::YesNo, {XK_y}, MessageBoxResult::Yes},
+        {MessageBoxKind::YesNo, {XK_Tab, XK_Return}, MessageBoxResult::No},
+        {MessageBoxKind::YesNo, {kClose}, MessageBoxResult::No},
+        {MessageBoxKind::Ok, {kClose}, MessageBoxResult::Ok},
+    };
+    for (const auto& row : rows) {
+        ModalDriver driver([&keys = row.keys](Peer& p) {
+            test::WindowId box = p.WaitForWindow("Question", kWait);
+            if (!box) return;
+            p.Focus(box);
+            for (unsigned long key : keys) key == kClose ? p.SendClose(box) : p.Key(key);
+        });
+        EXPECT_EQ(native->ShowMessageBox("Replace the patch?\nThis cannot be undone.", "Question", row.kind),
+                  row.result)
+            << row.keys.size() << " keys, first " << row.keys[0];
+        driver.Finish();
+    }
 }
 
 class X11FileDialog : public X11Modal {
@@ -197,72 +166,57 @@ protected:
     }
     void TearDown() override { fs::remove_all(folder); }
 
-    bool Run(bool saving, std::function<void(Peer&)> keys, std::string& path) {
-        ModalDriver driver([keys = std::move(keys)](Peer& p) {
+    // Runs a dialog while `script` plays the user once it is up; `path` is what it chose.
+    bool Run(bool saving, std::function<void(Peer&, test::WindowId)> script) {
+        ModalDriver driver([script = std::move(script)](Peer& p) {
             test::WindowId dialog = p.WaitForWindow("Patch file", kWait);
             if (!dialog) return;
             p.Focus(dialog);
-            keys(p);
+            script(p, dialog);
         });
         bool chosen = saving ? native->SaveFileDialog(request, path) : native->OpenFileDialog(request, path);
         driver.Finish();
         return chosen;
     }
+    static std::function<void(Peer&, test::WindowId)> Keys(std::vector<unsigned long> keys,
+                                                           std::string typed = "") {
+        return [=](Peer& p, test::WindowId) {
+            for (unsigned long key : keys) p.Key(key);
+            p.Type(typed);
+        };
+    }
 
     fs::path folder;
     G::FileDialogRequest request;
+    std::string path;
 };
 
-TEST_F(X11FileDialog, OpenTakesATypedNameOrAListedFile) {
-    std::string path;
-    EXPECT_TRUE(Run(
-        false, [](Peer& p) { p.Type("a\r"); }, path));
-    EXPECT_EQ(path, (folder / "a.vrkx").string());
-    // "..", "sub", "a.vrkx": b.txt is filtered out.
-    path.clear();
-    EXPECT_TRUE(Run(
-        false,
-        [](Peer& p) {
-            for (auto key : {XK_Down, XK_Down, XK_Down, XK_Return}) p.Key(key);
-        },
-        path));
-    EXPECT_EQ(path, (folder / "a.vrkx").string());
-    path.clear();
-    EXPECT_TRUE(Run(
-        false,
-        [](Peer& p) {
-            for (auto key : {XK_Down, XK_Down, XK_Return}) p.Key(key);
-            p.Type("inner\r");
-        },
-        path));
-    EXPECT_EQ(path, (folder / "sub" / "inner.vrkx").string());
-}
-
-TEST_F(X11FileDialog, EscapeAndTheCloseButtonCancel) {
-    std::string path = "unchanged";
-    EXPECT_FALSE(Run(
-        false, [](Peer& p) { p.Key(XK_Escape); }, path));
-    EXPECT_FALSE(Run(
-        true,
-        [](Peer& p) {
-            test::WindowId dialog = p.WaitForWindow("Patch file", kWait);
-            p.SendClose(dialog);
-        },
-        path));
+TEST_F(X11FileDialog, OpenTakesATypedNameOrAListedFileAndEscapeOrCloseCancel) {
+    // The list holds "..", "sub", "a.vrkx": b.txt is filtered out.
+    const std::pair<std::function<void(Peer&, test::WindowId)>, fs::path> rows[] = {
+        {Keys({}, "a\r"), folder / "a.vrkx"},
+        {Keys({XK_Down, XK_Down, XK_Down, XK_Return}), folder / "a.vrkx"},
+        {Keys({XK_Down, XK_Down, XK_Return}, "inner\r"), folder / "sub" / "inner.vrkx"},
+    };
+    for (const auto& [script, chosen] : rows) {
+        path.clear();
+        EXPECT_TRUE(Run(false, script));
+        EXPECT_EQ(path, chosen.string());
+    }
+    path = "unchanged";
+    EXPECT_FALSE(Run(false, Keys({XK_Escape})));
+    EXPECT_FALSE(Run(true, [](Peer& p, test::WindowId dialog) { p.SendClose(dialog); }));
     EXPECT_EQ(path, "unchanged");
 }
 
 TEST_F(X11FileDialog, SaveAddsTheExtensionAndAsksBeforeReplacing) {
-    std::string path;
     request.fileName = "proposed";
-    EXPECT_TRUE(Run(
-        true, [](Peer& p) { p.Key(XK_Return); }, path));
+    EXPECT_TRUE(Run(true, Keys({XK_Return})));
     EXPECT_EQ(path, (folder / "proposed.vrkx").string());
 
     request.fileName.clear();
     auto answer = [](unsigned long key) {
-        return [key](Peer& p) {
-            test::WindowId dialog = p.WaitForWindow("Patch file", kWait);
+        return [key](Peer& p, test::WindowId dialog) {
             p.Type("a\r");
             test::WindowId box = p.WaitForWindow("Patch file", kWait, dialog);
             if (!box) return;
@@ -275,9 +229,9 @@ TEST_F(X11FileDialog, SaveAddsTheExtensionAndAsksBeforeReplacing) {
             }
         };
     };
-    EXPECT_TRUE(Run(true, answer(XK_y), path));
+    EXPECT_TRUE(Run(true, answer(XK_y)));
     EXPECT_EQ(path, (folder / "a.vrkx").string());
-    EXPECT_FALSE(Run(true, answer(XK_n), path));
+    EXPECT_FALSE(Run(true, answer(XK_n)));
 }
 
 }  // namespace

@@ -18,13 +18,6 @@ namespace {
 // The peer runs on a helper thread while the toolkit's connection runs on the test thread.
 const Status kThreadsReady = XInitThreads();
 
-int64_t Now() {
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
-
-void Nap() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
-
 bool HasTitle(Display* display, Window window, const std::string& title) {
     char* name = nullptr;
     bool same = XFetchName(display, window, &name) && name && title == name;
@@ -93,46 +86,38 @@ bool Peer::Shown(WindowId window) {
 }
 
 WindowId Peer::WaitForWindow(const std::string& title, int timeoutMs, WindowId except) {
-    int64_t deadline = Now() + timeoutMs;
-    while (Now() < deadline) {
-        Window root = 0;
-        Window parent = 0;
-        Window* children = nullptr;
-        unsigned count = 0;
-        WindowId found = 0;
-        if (XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count)) {
+    WindowId found = 0;
+    WaitUntil(
+        [&] {
+            Window root = 0, parent = 0, *children = nullptr;
+            unsigned count = 0;
+            if (!XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count))
+                return false;
             for (unsigned i = 0; i < count && !found; ++i) {
                 if (children[i] != except && HasTitle(display, children[i], title) && Shown(children[i]))
                     found = children[i];
             }
             if (children) XFree(children);
-        }
-        if (found) return found;
-        Nap();
-    }
-    return 0;
+            return found != 0;
+        },
+        timeoutMs);
+    return found;
 }
 
 bool Peer::WaitForGone(WindowId window, int timeoutMs) {
-    int64_t deadline = Now() + timeoutMs;
-    while (Shown(window)) {
-        if (Now() >= deadline) return false;
-        Nap();
-    }
-    return true;
+    return WaitUntil([&] { return !Shown(window); }, timeoutMs);
 }
 
 bool Peer::WaitForPointerGrab(int timeoutMs) {
-    int64_t deadline = Now() + timeoutMs;
-    while (Now() < deadline) {
-        int status = XGrabPointer(display, DefaultRootWindow(display), False, ButtonPressMask, GrabModeAsync,
-                                  GrabModeAsync, None, None, CurrentTime);
-        if (status == AlreadyGrabbed) return true;
-        if (status == GrabSuccess) XUngrabPointer(display, CurrentTime);
-        Sync();
-        Nap();
-    }
-    return false;
+    return WaitUntil(
+        [&] {
+            int status = XGrabPointer(display, DefaultRootWindow(display), False, ButtonPressMask,
+                                      GrabModeAsync, GrabModeAsync, None, None, CurrentTime);
+            if (status == GrabSuccess) XUngrabPointer(display, CurrentTime);
+            Sync();
+            return status == AlreadyGrabbed;
+        },
+        timeoutMs);
 }
 
 unsigned long Peer::Pixel(WindowId window, int x, int y) {
@@ -148,14 +133,40 @@ void Peer::Origin(WindowId window, int& x, int& y) {
     XTranslateCoordinates(display, window, DefaultRootWindow(display), 0, 0, &x, &y, &child);
 }
 
-bool PumpUntil(const std::function<bool()>& done, int timeoutMs) {
-    int64_t deadline = Now() + timeoutMs;
-    for (;;) {
-        G::native::PumpPendingMessages();
+std::string Peer::Property(WindowId window, const char* name, bool remove) {
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0;
+    unsigned long remaining = 0;
+    unsigned char* data = nullptr;
+    XGetWindowProperty(display, window, XInternAtom(display, name, False), 0, 1 << 20, remove,
+                       AnyPropertyType, &type, &format, &count, &remaining, &data);
+    size_t bytes = count * (format == 32 ? sizeof(long) : format / 8);
+    std::string text = data ? std::string(reinterpret_cast<char*>(data), bytes) : std::string();
+    if (data) XFree(data);
+    return text;
+}
+
+int64_t NowMs() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+bool WaitUntil(const std::function<bool()>& done, int timeoutMs, int napMs) {
+    for (int64_t deadline = NowMs() + timeoutMs;;
+         std::this_thread::sleep_for(std::chrono::milliseconds(napMs))) {
         if (done()) return true;
-        if (Now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (NowMs() >= deadline) return false;
     }
+}
+
+bool PumpUntil(const std::function<bool()>& done, int timeoutMs) {
+    return WaitUntil(
+        [&] {
+            G::native::PumpPendingMessages();
+            return done();
+        },
+        timeoutMs, 1);
 }
 
 ModalDriver::ModalDriver(std::function<void(Peer&)> script)
@@ -163,8 +174,7 @@ ModalDriver::ModalDriver(std::function<void(Peer&)> script)
           Peer peer;
           if (!peer.display) return;
           script(peer);
-          int64_t graceEnd = Now() + 3000;
-          while (!finished && Now() < graceEnd) Nap();
+          WaitUntil([this] { return finished.load(); }, 3000);
           for (int tries = 0; !finished && tries < 100; ++tries) {
               peer.Key(XK_Escape);
               std::this_thread::sleep_for(std::chrono::milliseconds(50));

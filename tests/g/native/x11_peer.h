@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
@@ -43,9 +44,15 @@ public:
     unsigned long Pixel(WindowId window, int x, int y);
     // Screen position of a window's origin.
     void Origin(WindowId window, int& x, int& y);
+    // The bytes of a window property, or "" when it is missing; `remove` deletes it after reading.
+    std::string Property(WindowId window, const char* name, bool remove = false);
 
     _XDisplay* display = nullptr;
 };
+
+int64_t NowMs();
+// Calls `done` every `napMs` until it holds or the timeout passes; true when it held.
+bool WaitUntil(const std::function<bool()>& done, int timeoutMs, int napMs = 5);
 
 // Pumps the toolkit's messages until `done` or the timeout; true when done.
 bool PumpUntil(const std::function<bool()>& done, int timeoutMs = 3000);

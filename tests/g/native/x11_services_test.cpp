@@ -22,50 +22,38 @@ using test::PumpUntil;
 
 namespace {
 
-int64_t Now() {
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
-
 // Waits on the peer's own connection for an event of `type` on `window`.
 bool WaitFor(Display* display, Window window, int type, XEvent& event, int timeoutMs = 3000) {
-    int64_t deadline = Now() + timeoutMs;
-    while (Now() < deadline) {
-        if (XCheckTypedWindowEvent(display, window, type, &event)) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
+    return test::WaitUntil([&] { return XCheckTypedWindowEvent(display, window, type, &event); }, timeoutMs,
+                           1);
 }
 
-std::string Take(Display* display, Window window, Atom property) {
-    Atom type = None;
-    int format = 0;
-    unsigned long count = 0;
-    unsigned long remaining = 0;
-    unsigned char* data = nullptr;
-    XGetWindowProperty(display, window, property, 0, 1 << 20, True, AnyPropertyType, &type, &format, &count,
-                       &remaining, &data);
-    size_t bytes = count * (format == 32 ? sizeof(long) : format / 8);
-    std::string text = data ? std::string(reinterpret_cast<char*>(data), bytes) : std::string();
-    if (data) XFree(data);
-    return text;
+Window UtilityWindow(Peer& p) {
+    return XCreateSimpleWindow(p.display, DefaultRootWindow(p.display), 0, 0, 1, 1, 0, 0, 0);
 }
 
 // Converts CLIPBOARD to `target` as another client would.
 std::string Request(Peer& peer, Window window, const char* target) {
-    Atom property = XInternAtom(peer.display, "PEER_DATA", False);
     XConvertSelection(peer.display, XInternAtom(peer.display, "CLIPBOARD", False),
-                      XInternAtom(peer.display, target, False), property, window, CurrentTime);
+                      XInternAtom(peer.display, target, False), XInternAtom(peer.display, "PEER_DATA", False),
+                      window, CurrentTime);
     peer.Sync();
     XEvent event;
     if (!WaitFor(peer.display, window, SelectionNotify, event)) return "(no answer)";
     if (event.xselection.property == None) return "(refused)";
-    return Take(peer.display, window, property);
+    return peer.Property(window, "PEER_DATA", true);
 }
 
-void AnswerRequest(Display* display, const XSelectionRequestEvent& request, const std::string& data) {
-    XChangeProperty(display, request.requestor, request.property, request.target, 8, PropModeReplace,
-                    reinterpret_cast<const unsigned char*>(data.data()), static_cast<int>(data.size()));
+// Stores `data` (or, when `incrementalSize` is set, an INCR announcement) and tells the requestor.
+void AnswerRequest(Display* display, const XSelectionRequestEvent& request, const std::string& data,
+                   long incrementalSize = 0) {
+    if (incrementalSize) {
+        XChangeProperty(display, request.requestor, request.property, XInternAtom(display, "INCR", False), 32,
+                        PropModeReplace, reinterpret_cast<unsigned char*>(&incrementalSize), 1);
+    } else {
+        XChangeProperty(display, request.requestor, request.property, request.target, 8, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(data.data()), static_cast<int>(data.size()));
+    }
     XEvent reply{};
     reply.xselection.type = SelectionNotify;
     reply.xselection.requestor = request.requestor;
@@ -118,7 +106,7 @@ TEST_F(X11Services, ClipboardTextIsServedToOtherClientsInEachFormat) {
     std::string utf8, latin1, targets, other;
     std::thread client([&] {
         Peer p;
-        Window w = XCreateSimpleWindow(p.display, DefaultRootWindow(p.display), 0, 0, 1, 1, 0, 0, 0);
+        Window w = UtilityWindow(p);
         utf8 = Request(p, w, "UTF8_STRING");
         latin1 = Request(p, w, "STRING");
         targets = Request(p, w, "TARGETS");
@@ -137,100 +125,84 @@ TEST_F(X11Services, ClipboardTextIsServedToOtherClientsInEachFormat) {
     EXPECT_EQ(other, "(refused)");
 }
 
-TEST_F(X11Services, ClipboardTextIsReadFromAnotherOwner) {
-    const std::string text = "from the peer \xe2\x9c\x93";
-    std::atomic<bool> owned{false};
-    std::atomic<bool> stop{false};
-    std::thread owner([&] {
-        Peer p;
-        Window w = XCreateSimpleWindow(p.display, DefaultRootWindow(p.display), 0, 0, 1, 1, 0, 0, 0);
-        XSetSelectionOwner(p.display, XInternAtom(p.display, "CLIPBOARD", False), w, CurrentTime);
-        p.Sync();
-        owned = true;
-        while (!stop) {
-            XEvent event;
-            if (WaitFor(p.display, w, SelectionRequest, event, 20))
-                AnswerRequest(p.display, event.xselectionrequest, text);
-        }
-    });
-    while (!owned) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_EQ(root->native->ClipboardText(), text);
-    stop = true;
-    owner.join();
-    // The owner is gone with its connection: the clipboard is empty, and ours again once set.
-    EXPECT_EQ(root->native->ClipboardText(), "");
-    root->native->SetClipboardText("back");
-    EXPECT_EQ(root->native->ClipboardText(), "back");
-}
+// Owns CLIPBOARD from a connection of its own and serves `text` until destroyed; `chunked`
+// sends it through INCR, each 64 KiB piece written when the requestor deletes the last.
+class ClipboardOwner {
+public:
+    ClipboardOwner(const std::string& text, bool chunked) : thread([=, this] { Serve(text, chunked); }) {
+        while (!owned) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ~ClipboardOwner() {
+        stop = true;
+        thread.join();
+    }
 
-TEST_F(X11Services, LargeClipboardTextArrivesInIncrementalChunks) {
-    std::string text;
-    for (int i = 0; text.size() < 300000; ++i) text += "<BLOCK SLOT=\"" + std::to_string(i) + "\"/>\n";
-    std::atomic<bool> owned{false};
-    std::atomic<bool> stop{false};
-    std::thread owner([&] {
+private:
+    void Serve(const std::string& text, bool chunked) {
         Peer p;
         Display* d = p.display;
-        Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
+        Window w = UtilityWindow(p);
         XSetSelectionOwner(d, XInternAtom(d, "CLIPBOARD", False), w, CurrentTime);
         p.Sync();
         owned = true;
         XEvent event;
-        if (!WaitFor(d, w, SelectionRequest, event)) return;
-        XSelectionRequestEvent request = event.xselectionrequest;
-        // Announce INCR, then write a chunk each time the requestor deletes the property.
-        XSelectInput(d, request.requestor, PropertyChangeMask);
-        long size = static_cast<long>(text.size());
-        XChangeProperty(d, request.requestor, request.property, XInternAtom(d, "INCR", False), 32,
-                        PropModeReplace, reinterpret_cast<unsigned char*>(&size), 1);
-        XEvent reply{};
-        reply.xselection.type = SelectionNotify;
-        reply.xselection.requestor = request.requestor;
-        reply.xselection.selection = request.selection;
-        reply.xselection.target = request.target;
-        reply.xselection.property = request.property;
-        XSendEvent(d, request.requestor, False, NoEventMask, &reply);
-        p.Sync();
-        size_t sent = 0;
-        bool finished = false;
-        while (!finished && !stop) {
-            if (!XCheckTypedWindowEvent(d, request.requestor, PropertyNotify, &event)) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        while (!stop) {
+            if (!WaitFor(d, w, SelectionRequest, event, 20)) continue;
+            const XSelectionRequestEvent request = event.xselectionrequest;
+            if (!chunked) {
+                AnswerRequest(d, request, text);
                 continue;
             }
-            if (event.xproperty.atom != request.property || event.xproperty.state != PropertyDelete) continue;
-            size_t chunk = std::min<size_t>(65536, text.size() - sent);
-            XChangeProperty(d, request.requestor, request.property, request.target, 8, PropModeReplace,
-                            reinterpret_cast<const unsigned char*>(text.data() + sent),
-                            static_cast<int>(chunk));
-            p.Sync();
-            finished = chunk == 0;
-            sent += chunk;
+            XSelectInput(d, request.requestor, PropertyChangeMask);
+            AnswerRequest(d, request, "", static_cast<long>(text.size()));
+            for (size_t sent = 0, chunk = 1; chunk > 0 && !stop;) {
+                if (!XCheckTypedWindowEvent(d, request.requestor, PropertyNotify, &event)) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    continue;
+                }
+                if (event.xproperty.atom != request.property || event.xproperty.state != PropertyDelete)
+                    continue;
+                chunk = std::min<size_t>(65536, text.size() - sent);
+                XChangeProperty(d, request.requestor, request.property, request.target, 8, PropModeReplace,
+                                reinterpret_cast<const unsigned char*>(text.data() + sent),
+                                static_cast<int>(chunk));
+                p.Sync();
+                sent += chunk;
+            }
         }
-    });
-    while (!owned) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    std::string received = root->native->ClipboardText();
-    stop = true;
-    owner.join();
-    EXPECT_EQ(received.size(), text.size());
-    EXPECT_TRUE(received == text);
-}
+    }
 
-struct DragResult {
-    bool accepted = false;
-    bool actionCopy = false;
-    bool finished = false;
-    bool success = false;
+    std::atomic<bool> owned{false};
+    std::atomic<bool> stop{false};
+    std::thread thread;
 };
 
-// Plays an XDND source offering `type` and dropping `uris` at a screen point.
-void Drag(Peer& p, Window target, const char* type, const std::string& uris, int x, int y,
-          DragResult& result) {
+TEST_F(X11Services, ClipboardTextIsReadFromAnotherOwnerWholeOrInIncrementalChunks) {
+    const std::string text = "from the peer \xe2\x9c\x93";
+    {
+        ClipboardOwner owner(text, false);
+        EXPECT_EQ(root->native->ClipboardText(), text);
+    }
+    // The owner is gone with its connection: the clipboard is empty, and ours again once set.
+    EXPECT_EQ(root->native->ClipboardText(), "");
+    root->native->SetClipboardText("back");
+    EXPECT_EQ(root->native->ClipboardText(), "back");
+
+    std::string large;
+    for (int i = 0; large.size() < 300000; ++i) large += "<BLOCK SLOT=\"" + std::to_string(i) + "\"/>\n";
+    ClipboardOwner owner(large, true);
+    const std::string received = root->native->ClipboardText();
+    EXPECT_EQ(received.size(), large.size());
+    EXPECT_TRUE(received == large);
+}
+
+// Plays an XDND source offering `type` and dropping `uris` at a screen point. Says what the
+// target answered: "accepted copy finished success", less the words that did not hold.
+std::string Drag(Peer& p, Window target, const char* type, const std::string& uris, int x, int y) {
     Display* d = p.display;
-    Window source = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
-    Atom selection = XInternAtom(d, "XdndSelection", False);
+    Window source = UtilityWindow(p);
     Atom copy = XInternAtom(d, "XdndActionCopy", False);
-    XSetSelectionOwner(d, selection, source, CurrentTime);
+    XSetSelectionOwner(d, XInternAtom(d, "XdndSelection", False), source, CurrentTime);
     auto send = [&](const char* name, long l1, long l2, long l3, long l4) {
         XEvent message{};
         message.xclient.type = ClientMessage;
@@ -247,51 +219,43 @@ void Drag(Peer& p, Window target, const char* type, const std::string& uris, int
     };
     send("XdndEnter", 5L << 24, static_cast<long>(XInternAtom(d, type, False)), 0, 0);
     send("XdndPosition", 0, (x << 16) | y, CurrentTime, static_cast<long>(copy));
-    XEvent status;
-    if (!WaitFor(d, source, ClientMessage, status)) return;
-    result.accepted = status.xclient.data.l[1] & 1;
-    result.actionCopy = static_cast<Atom>(status.xclient.data.l[4]) == copy;
+    XEvent event;
+    if (!WaitFor(d, source, ClientMessage, event)) return "(no status)";
+    std::string answer = event.xclient.data.l[1] & 1 ? "accepted " : "";
+    if (static_cast<Atom>(event.xclient.data.l[4]) == copy) answer += "copy ";
     send("XdndDrop", 0, CurrentTime, 0, 0);
-    int64_t deadline = Now() + 3000;
-    while (Now() < deadline && !result.finished) {
-        XEvent event;
+    for (int64_t deadline = test::NowMs() + 3000; test::NowMs() < deadline;) {
         if (XCheckTypedWindowEvent(d, source, SelectionRequest, &event)) {
             AnswerRequest(d, event.xselectionrequest, uris);
-        } else if (XCheckTypedWindowEvent(d, source, ClientMessage, &event)) {
-            result.finished = event.xclient.message_type == XInternAtom(d, "XdndFinished", False);
-            result.success = event.xclient.data.l[1] & 1;
+        } else if (XCheckTypedWindowEvent(d, source, ClientMessage, &event) &&
+                   event.xclient.message_type == XInternAtom(d, "XdndFinished", False)) {
+            return answer + (event.xclient.data.l[1] & 1 ? "finished success" : "finished");
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
+    return answer;
 }
 
 TEST_F(X11Services, FileDropsAreDecodedAndOfferedToTheControlUnderThePointOthersRefused) {
     auto drag = [&](const char* type, const std::string& data) {
-        DragResult result;
+        std::string answer;
         std::atomic<bool> done{false};
         std::thread source([&] {
             Peer p;
-            Drag(p, root->GetNativeWindow(), type, data, originX + 120, originY + 70, result);
+            answer = Drag(p, root->GetNativeWindow(), type, data, originX + 120, originY + 70);
             done = true;
         });
         EXPECT_TRUE(PumpUntil([&] { return done.load(); }, 10000));
         source.join();
-        return result;
+        return answer;
     };
-    DragResult files = drag(
-        "text/uri-list", "# from a file manager\r\nfile:///tmp/a%20b.vrkx\r\nfile://host/tmp/%C3%BC.vrk\r\n");
-    EXPECT_TRUE(files.accepted);
-    EXPECT_TRUE(files.actionCopy);
-    EXPECT_TRUE(files.finished);
-    EXPECT_TRUE(files.success);
+    EXPECT_EQ(drag("text/uri-list",
+                   "# from a file manager\r\nfile:///tmp/a%20b.vrkx\r\nfile://host/tmp/%C3%BC.vrk\r\n"),
+              "accepted copy finished success");
     EXPECT_EQ(target->dropped, std::vector<std::string>{"/tmp/a b.vrkx"});
-
     target->dropped.clear();
-    DragResult text = drag("text/plain", "hello");
-    EXPECT_FALSE(text.accepted);
-    EXPECT_TRUE(text.finished);
-    EXPECT_FALSE(text.success);
+    EXPECT_EQ(drag("text/plain", "hello"), "finished");
     EXPECT_TRUE(target->dropped.empty());
 }
 

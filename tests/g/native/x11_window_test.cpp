@@ -70,10 +70,7 @@ public:
     }
 
     std::vector<std::string> log;
-    int moveX = -1;
-    int moveY = -1;
-    int moves = 0;
-    int ticks = 0;
+    int moveX = -1, moveY = -1, moves = 0, ticks = 0;
 
 private:
     bool Note(const std::string& text) {
@@ -137,11 +134,10 @@ protected:
     std::unique_ptr<TestRoot> root;
     Recorder* child = nullptr;
     test::WindowId window = 0;
-    int originX = 0;
-    int originY = 0;
+    int originX = 0, originY = 0;
 };
 
-TEST_F(X11Window, KeysArriveAsVirtualKeysThenCharacters) {
+TEST_F(X11Window, KeysArriveAsVirtualKeysThenCharactersWithTheirModifiers) {
     struct Row {
         unsigned long keysym;
         std::vector<std::string> log;
@@ -149,11 +145,8 @@ TEST_F(X11Window, KeysArriveAsVirtualKeysThenCharacters) {
     const Row rows[] = {
         {XK_a, {"keydown 65", "char 97", "keyup 65"}},
         {XK_Left, {"keydown 1000", "keyup 1000"}},
-        {XK_Down, {"keydown 1003", "keyup 1003"}},
         {XK_BackSpace, {"keydown 1004", "char 8", "keyup 1004"}},
-        {XK_Delete, {"keydown 1006", "keyup 1006"}},
         {XK_KP_Divide, {"keydown 1012", "char 47", "keyup 1012"}},
-        {XK_KP_Multiply, {"keydown 1013", "char 42", "keyup 1013"}},
         {XK_Return, {"keydown 1014", "char 13", "keyup 1014"}},
         {XK_period, {"keydown 1015", "char 46", "keyup 1015"}},
         {XK_Escape, {"keydown 27", "char 27", "keyup 27"}},
@@ -163,9 +156,7 @@ TEST_F(X11Window, KeysArriveAsVirtualKeysThenCharacters) {
         peer.Key(row.keysym);
         EXPECT_THAT(LogOf(row.log.size()), ElementsAreArray(row.log)) << XKeysymToString(row.keysym);
     }
-}
-
-TEST_F(X11Window, ModifiersTravelWithEveryKeyEvent) {
+    // Modifiers travel with every key event.
     peer.Key(XK_a, XK_Shift_L);
     EXPECT_THAT(LogOf(5), ElementsAre("keydown 16 shift", "keydown 65 shift", "char 65 shift",
                                       "keyup 65 shift", "keyup 16"));
@@ -174,7 +165,7 @@ TEST_F(X11Window, ModifiersTravelWithEveryKeyEvent) {
                                       "keyup 17"));
 }
 
-TEST_F(X11Window, QuickSecondPressesBecomeDoubleClicksAndAThirdIsPlainAgain) {
+TEST_F(X11Window, QuickSecondPressesBecomeDoubleClicksAThirdIsPlainAgainAndWheelButtonsScroll) {
     MoveInChild(10, 12);
     for (int i = 0; i < 3; ++i) peer.Click(1);
     EXPECT_THAT(LogOf(6), ElementsAre("ldown 10,12", "lup 10,12", "dbl 10,12", "lup 10,12", "ldown 10,12",
@@ -185,10 +176,7 @@ TEST_F(X11Window, QuickSecondPressesBecomeDoubleClicksAndAThirdIsPlainAgain) {
     peer.Click(2);
     peer.Click(2);
     EXPECT_THAT(LogOf(4), ElementsAre("mdown 10,12", "mup 10,12", "mdbl 10,12", "mup 10,12"));
-}
-
-TEST_F(X11Window, WheelButtonsScrollTheHoveredControl) {
-    MoveInChild(5, 5);
+    // Wheel buttons scroll the hovered control.
     for (int button : {4, 5, 6, 7}) peer.Click(button);
     EXPECT_THAT(LogOf(4), ElementsAre("wheel 1", "wheel -1", "hwheel -1", "hwheel 1"));
 }
@@ -221,11 +209,9 @@ TEST_F(X11Window, ResizingResizesTheRootAndTheImage) {
     unsigned long background = peer.Pixel(window, 5, 5);
     root->native->SetClientSize(400, 300);
     ASSERT_TRUE(PumpUntil([&] { return root->Width() == 400 && root->Height() == 300; }));
-    int w = 0;
-    int h = 0;
+    int w = 0, h = 0;
     root->native->ClientSize(w, h);
-    EXPECT_EQ(w, 400);
-    EXPECT_EQ(h, 300);
+    EXPECT_EQ(std::pair(w, h), std::pair(400, 300));
     EXPECT_TRUE(PumpUntil([&] { return peer.Pixel(window, 390, 290) == background; }));
     EXPECT_EQ(peer.Pixel(window, kChildX + 1, kChildY + 1), kChildColor & 0xFFFFFF);
 }
@@ -267,12 +253,9 @@ TEST_F(X11Window, TheMessageLoopRunsUntilNoWindowIsRunning) {
     // Should the loop not end, closing the window ends it.
     std::atomic<bool> returned{false};
     std::thread guard([&] {
-        Peer p;
-        for (int i = 0; i < 300 && !returned; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        if (!returned) {
-            root->keepOpen = false;
-            p.SendClose(window);
-        }
+        if (test::WaitUntil([&] { return returned.load(); }, 3000)) return;
+        root->keepOpen = false;
+        Peer().SendClose(window);
     });
     G::native::RunMessageLoop();
     returned = true;
@@ -283,37 +266,17 @@ TEST_F(X11Window, TheMessageLoopRunsUntilNoWindowIsRunning) {
 
 TEST_F(X11Window, ScreenQueriesAgreeWithTheServer) {
     G::NativeWindow& native = *root->native;
-    int x = 7;
-    int y = 9;
+    auto point = [](int x, int y) { return std::pair{x, y}; };
+    int x = 7, y = 9;
     native.ClientToScreen(x, y);
-    EXPECT_EQ(x, originX + 7);
-    EXPECT_EQ(y, originY + 9);
+    EXPECT_EQ(point(x, y), point(originX + 7, originY + 9));
     native.ScreenToClient(x, y);
-    EXPECT_EQ(x, 7);
-    EXPECT_EQ(y, 9);
-    int w = 0;
-    int h = 0;
-    native.ScreenSize(w, h);
-    EXPECT_EQ(w, DisplayWidth(peer.display, 0));
-    EXPECT_EQ(h, DisplayHeight(peer.display, 0));
+    EXPECT_EQ(point(x, y), point(7, 9));
+    native.ScreenSize(x, y);
+    EXPECT_EQ(point(x, y), point(DisplayWidth(peer.display, 0), DisplayHeight(peer.display, 0)));
     peer.MoveTo(123, 45);
     native.CursorPosition(x, y);
-    EXPECT_EQ(x, 123);
-    EXPECT_EQ(y, 45);
-}
-
-std::string StringProperty(Peer& peer, test::WindowId window, const char* name) {
-    Atom type = None;
-    int format = 0;
-    unsigned long count = 0;
-    unsigned long remaining = 0;
-    unsigned char* data = nullptr;
-    XGetWindowProperty(peer.display, window, XInternAtom(peer.display, name, False), 0, 1024, False,
-                       AnyPropertyType, &type, &format, &count, &remaining, &data);
-    size_t bytes = count * (format == 32 ? sizeof(long) : format / 8);
-    std::string text = data ? std::string(reinterpret_cast<char*>(data), bytes) : std::string();
-    if (data) XFree(data);
-    return text;
+    EXPECT_EQ(point(x, y), point(123, 45));
 }
 
 TEST(X11WindowKinds, ChildDialogAndTitles) {
@@ -335,9 +298,9 @@ TEST(X11WindowKinds, ChildDialogAndTitles) {
     auto dialog =
         G::native::CreateNativeWindow(L"Gr\u00fcn \u2713", G::Rect{0, 0, 80, 60}, 0, G::kStylePopup);
     ASSERT_NE(dialog, nullptr);
-    EXPECT_EQ(StringProperty(peer, dialog->handle, "_NET_WM_NAME"), "Gr\xc3\xbcn \xe2\x9c\x93");
-    EXPECT_EQ(StringProperty(peer, dialog->handle, "WM_NAME"), "Gr\xfcn ?");
-    std::string type = StringProperty(peer, dialog->handle, "_NET_WM_WINDOW_TYPE");
+    EXPECT_EQ(peer.Property(dialog->handle, "_NET_WM_NAME"), "Gr\xc3\xbcn \xe2\x9c\x93");
+    EXPECT_EQ(peer.Property(dialog->handle, "WM_NAME"), "Gr\xfcn ?");
+    std::string type = peer.Property(dialog->handle, "_NET_WM_WINDOW_TYPE");
     Atom dialogType = XInternAtom(peer.display, "_NET_WM_WINDOW_TYPE_DIALOG", False);
     ASSERT_EQ(type.size(), sizeof(long));
     EXPECT_EQ(*reinterpret_cast<const unsigned long*>(type.data()), dialogType);
