@@ -364,10 +364,7 @@ TEST(ParameterFilter, ButtonsShareTheWidthAndAChoiceSendsOneGesture) {
     auto* filter = sc.Add(new G::ParameterFilter(sc.s.root.get(), &sc.listener, 6, 0.0f), 90, 13);
     ASSERT_EQ(filter->Count(), 4);
     const G::Rect expected[] = {{0, 0, 21, 13}, {22, 0, 22, 13}, {45, 0, 22, 13}, {68, 0, 22, 13}};
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(filter->buttons[i]->bounds, expected[i]);
-        EXPECT_EQ(filter->buttons[i]->id, i + 1);
-    }
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(filter->buttons[i]->bounds, expected[i]);
     sc.s.native->Click(60, 15);
     EXPECT_EQ(sc.listener.calls[0].index, 6);
     EXPECT_EQ(sc.listener.calls[0].generator, static_cast<G::FloatParamGenerator*>(filter));

@@ -101,7 +101,6 @@ TEST(RendererClip, ClipBoundsShapesAndInclusiveLines) {
     Bitmap b(10, 10, 3);
     Renderer r(b);
     r.SetClip({2, 3, 4, 5});
-    EXPECT_EQ(r.Clip(), (Rect{2, 3, 4, 5}));
     r.FillRect(Brush::Solid(kRed), {0, 0, 10, 10});
     ExpectPixels(b, {{2, 3, kRed}, {5, 7, kRed}, {6, 7, kWhite}, {5, 8, kWhite}, {1, 3, kWhite}});
     r.Clear();
@@ -182,8 +181,6 @@ TEST(RendererView, ScalesXAndTranslates) {
     Bitmap b(30, 20, 3);
     Renderer r(b);
     r.SetView(2, 10, 5);
-    EXPECT_EQ(r.TranslateX(), 10);
-    EXPECT_EQ(r.TranslateY(), 5);
     r.FillRect(Brush::Solid(kRed), {0, 0, 5, 5});
     ExpectPixels(b, {{10, 5, kRed}, {19, 9, kRed}, {20, 9, kWhite}, {19, 10, kWhite}, {9, 5, kWhite}});
 }
