@@ -101,9 +101,9 @@ void milistener::ValueChanged(G::FloatParamGenerator*, int index, float value) {
     owner.host.ControlChange(owner.machine, machine::kGroupGlobal, 0, index, int(value * 128.0f));
 }
 
-std::string milistener::DescribeValue(int, float value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.3g", double(value) * 100.0);
+std::wstring milistener::DescribeValue(int, float value) {
+    wchar_t text[32];
+    std::swprintf(text, 32, L"%.3g", double(value) * 100.0);
     return text;
 }
 
@@ -119,6 +119,7 @@ mi::mi(machine::Host& host, MachineEditor* editor)
       listener(std::make_unique<milistener>(*this)),
       extension(std::make_unique<miex>(*this)),
       document(std::make_unique<VrokDoc>()) {
+    document->listener = listener.get();
     std::fill(std::begin(globalValues), std::end(globalValues), uint8_t(machine::kNoValueByte));
     std::lock_guard guard(machinesLock);
     Machines().push_back(this);

@@ -16,15 +16,13 @@
 #include <vector>
 
 #include "engine/audio_block.h"
+#include "g/param_listener.h"
 #include "machine/host.h"
 #include "machine/machine_info.h"
 
 class VrokDoc;
 class mi;
 struct LoadProblem;
-namespace G {
-class FloatParamGenerator;
-}
 
 // Work modes: bit 0 says the buffer holds input, bit 1 that output is wanted.
 constexpr int kWorkRead = 1;
@@ -59,18 +57,17 @@ public:
                             const std::string& filterName) override;
 };
 
-// The way the editor's panels move the host's knobs. Shaped as the toolkit's parameter
-// listener, which it joins once the toolkit exists.
-// TODO: derive from G::FloatParamListener and hand it to VrokDoc::listener with the editor.
-class milistener {
+// The way the editor's panels move the host's knobs: the document hands it to the panels of
+// external knob blocks.
+class milistener : public G::FloatParamListener {
 public:
     explicit milistener(mi& owner) : owner(owner) {}
-    void BeginChange(G::FloatParamGenerator*, int) {}
+    void BeginChange(G::FloatParamGenerator*, int) override {}
     // Moves the host's global parameter `index` to trunc(value * 128).
-    void ValueChanged(G::FloatParamGenerator* generator, int index, float value);
-    void EndChange(G::FloatParamGenerator*, int) {}
+    void ValueChanged(G::FloatParamGenerator* generator, int index, float value) override;
+    void EndChange(G::FloatParamGenerator*, int) override {}
     // value * 100 with three significant digits.
-    std::string DescribeValue(int index, float value);
+    std::wstring DescribeValue(int index, float value) override;
 
 private:
     mi& owner;

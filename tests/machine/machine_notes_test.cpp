@@ -124,13 +124,16 @@ TEST_F(MachineNotes, KnobBytesScaleOntoTheKnobsBlock) {
 }
 
 TEST_F(MachineNotes, EditorKnobMovesTheHostParameterTruncated) {
-    machine.listener->ValueChanged(nullptr, 2, 0.5f);
-    machine.listener->ValueChanged(nullptr, 7, 0.999f);
+    // External knob panels reach the machine through the document.
+    G::FloatParamListener* panelListener = machine.document->listener;
+    ASSERT_EQ(panelListener, machine.listener.get());
+    panelListener->ValueChanged(nullptr, 2, 0.5f);
+    panelListener->ValueChanged(nullptr, 7, 0.999f);
     ASSERT_EQ(host.changes.size(), 2u);
     const auto& [group, track, parameter, value] = host.changes[0];
     EXPECT_EQ(std::tuple(group, track, parameter, value), std::tuple(machine::kGroupGlobal, 0, 2, 64));
     EXPECT_EQ(host.changes[1].value, 127);
-    EXPECT_EQ(machine.listener->DescribeValue(0, 0.12345f), "12.3");
+    EXPECT_EQ(machine.listener->DescribeValue(0, 0.12345f), L"12.3");
 }
 
 }  // namespace
