@@ -118,22 +118,10 @@ bool ParameterKnob::OnKeyDown(int keyCode) {
     // The raw arrow numbers 37..40. The dispatcher turns the arrows into 1000..1003 before they
     // get here, so the arrows leave the knob alone. That is the knob's established behaviour and
     // is kept on purpose: do not switch these to the toolkit codes.
-    switch (keyCode) {
-        case vk::kLeft:
-            MoveTo(value - 0.002f);
-            return true;
-        case vk::kUp:
-            MoveTo(value - 0.01f);
-            return true;
-        case vk::kRight:
-            MoveTo(value + 0.002f);
-            return true;
-        case vk::kDown:
-            MoveTo(value + 0.01f);
-            return true;
-        default:
-            return false;
-    }
+    float step = ArrowStep(keyCode, vk::kLeft, vk::kUp, vk::kRight, vk::kDown);
+    if (step == 0.0f) return false;
+    MoveTo(value + step);
+    return true;
 }
 
 bool ParameterKnob::OnMouseEnter(int, int) {

@@ -15,6 +15,16 @@ inline float ClampUnit(float v) {
     return std::clamp(v, 0.0f, 1.0f);
 }
 
+// The value step of an arrow key, given the codes the widget listens to: left 0.002 down,
+// right 0.002 up, up 0.01 down and down 0.01 up (up lowers, as it always has). 0 for other keys.
+inline float ArrowStep(int key, int left, int up, int right, int down) {
+    if (key == left) return -0.002f;
+    if (key == up) return -0.01f;
+    if (key == right) return 0.002f;
+    if (key == down) return 0.01f;
+    return 0.0f;
+}
+
 class ParameterSender : public FloatParamGenerator {
 public:
     explicit ParameterSender(FloatParamListener* listener) : listener(listener) {}

@@ -80,22 +80,10 @@ bool ParameterSlider::OnWheel(int notches) {
 
 bool ParameterSlider::OnKeyDown(int keyCode) {
     if (CurrentModifiers() != 0) return false;
-    switch (keyCode) {
-        case key::kLeft:
-            MoveTo(value - 0.002f);
-            return true;
-        case key::kRight:
-            MoveTo(value + 0.002f);
-            return true;
-        case key::kUp:
-            MoveTo(value - 0.01f);
-            return true;
-        case key::kDown:
-            MoveTo(value + 0.01f);
-            return true;
-        default:
-            return false;
-    }
+    float step = ArrowStep(keyCode, key::kLeft, key::kUp, key::kRight, key::kDown);
+    if (step == 0.0f) return false;
+    MoveTo(value + step);
+    return true;
 }
 
 bool ParameterSlider::OnMouseEnter(int, int) {

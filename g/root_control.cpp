@@ -140,11 +140,11 @@ Rect RootControl::Paint(uint8_t* surface, int rowLength, int surfaceHeight) {
             CompositeSpan(y, spans.At(node).x0, x1, dest);
         }
     }
-    Rect clipped{0, 0, std::min(bounds.w, rowLength), std::min(bounds.h, surfaceHeight)};
+    // What reaches the window: the dirty area within both the root and the surface.
     int x0 = std::max(painted.x, 0);
     int y0 = std::max(painted.y, 0);
-    int x1 = std::min(painted.x + painted.w, clipped.w);
-    int y1 = std::min(painted.y + painted.h, clipped.h);
+    int x1 = std::min({painted.x + painted.w, bounds.w, rowLength});
+    int y1 = std::min({painted.y + painted.h, bounds.h, surfaceHeight});
     if (x1 <= x0 || y1 <= y0) return Rect{};
     return Rect{x0, y0, x1 - x0, y1 - y0};
 }

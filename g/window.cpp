@@ -31,27 +31,23 @@ void Window::LayoutScrollers() {
 }
 
 void Window::SetVScroller(bool enabled) {
-    hasVScroller = enabled;
-    if (enabled && !vScroller) {
-        vScroller = new Scroller(this, &vScrollPosition, &vScrollPage, true);
-        AddChild(vScroller);
-        vScroller->BringToFront(false);
-    } else if (!enabled && vScroller) {
-        DestroyChild(vScroller);
-        vScroller = nullptr;
-    }
-    LayoutScrollers();
+    SetScroller(vScroller, hasVScroller, enabled, &vScrollPosition, &vScrollPage, true);
 }
 
 void Window::SetHScroller(bool enabled) {
-    hasHScroller = enabled;
-    if (enabled && !hScroller) {
-        hScroller = new Scroller(this, &hScrollPosition, &hScrollPage, false);
-        AddChild(hScroller);
-        hScroller->BringToFront(false);
-    } else if (!enabled && hScroller) {
-        DestroyChild(hScroller);
-        hScroller = nullptr;
+    SetScroller(hScroller, hasHScroller, enabled, &hScrollPosition, &hScrollPage, false);
+}
+
+void Window::SetScroller(Scroller*& slot, bool& present, bool enabled, float* position, float* page,
+                         bool vertical) {
+    present = enabled;
+    if (enabled && !slot) {
+        slot = new Scroller(this, position, page, vertical);
+        AddChild(slot);
+        slot->BringToFront(false);
+    } else if (!enabled && slot) {
+        DestroyChild(slot);
+        slot = nullptr;
     }
     LayoutScrollers();
 }

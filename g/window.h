@@ -48,6 +48,10 @@ public:
 
     // Live windows, for leak reports only.
     static int LiveCount();
+
+private:
+    void SetScroller(Scroller*& slot, bool& present, bool enabled, float* position, float* page,
+                     bool vertical);
 };
 
 }  // namespace G

@@ -20,6 +20,7 @@
 #include "g/root_control.h"
 #include "g/text_box.h"
 #include "g/theme.h"
+#include "g/utf8.h"
 
 namespace app {
 namespace {
@@ -38,29 +39,6 @@ enum Command {
     kLittleCross,
     kLittleBox,
 };
-
-std::string Utf8(const std::wstring& text) {
-    std::string out;
-    for (wchar_t wc : text) {
-        auto c = static_cast<uint32_t>(wc);
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
 
 void Say(const std::string& line) {
     std::fputs(line.c_str(), stdout);
@@ -129,7 +107,7 @@ public:
         return std::to_wstring(int(value * 100.0f + 0.5f)) + L"%";
     }
     void TextChanged(G::TextParamGenerator*, int index, const std::wstring& text) override {
-        Say("TextChanged " + std::to_string(index) + " " + Utf8(text));
+        Say("TextChanged " + std::to_string(index) + " " + G::ToUtf8(text));
     }
 
     // [SECTION] Window events
@@ -258,7 +236,7 @@ void GalleryRoot::OnCommand(int id) {
             break;
         }
         case kCopy:
-            native->SetClipboardText(Utf8(text->Text()));
+            native->SetClipboardText(G::ToUtf8(text->Text()));
             break;
         case kPaste:
             Say("Clipboard " + native->ClipboardText());

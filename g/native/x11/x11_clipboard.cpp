@@ -6,6 +6,7 @@
 
 #include "engine/log.h"
 #include "g/native/x11/x11_internal.h"
+#include "g/utf8.h"
 
 namespace G::x11 {
 

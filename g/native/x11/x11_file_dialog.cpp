@@ -12,6 +12,7 @@
 #include "g/native/x11/x11_internal.h"
 #include "g/renderer.h"
 #include "g/theme.h"
+#include "g/utf8.h"
 
 namespace G::x11 {
 
@@ -60,8 +61,7 @@ public:
     void HandleEvent(XEvent& event) override {
         switch (event.type) {
             case Expose:
-                window->Present(
-                    Rect{event.xexpose.x, event.xexpose.y, event.xexpose.width, event.xexpose.height});
+                window->Present(ExposedArea(event));
                 break;
             case ClientMessage:
                 if (window->IsCloseRequest(event)) Finish(false);

@@ -165,9 +165,6 @@ unsigned ModifiersFromState(unsigned state);
 // Latin-1 byte XLookupString gave (control characters included, delete excluded).
 int CharacterFromKey(unsigned long keysym, const char* bytes, int count);
 
-std::string ToUtf8(const std::wstring& text);
-void AppendUtf8(std::string& out, uint32_t code);
-
 // text/uri-list to local paths: comments and non-file URIs skipped, %-escapes decoded.
 std::vector<std::string> DecodeUriList(const std::string& list);
 
@@ -230,6 +227,8 @@ private:
 
 // A screen rectangle of w x h centred on the owner's top-level window, or on the screen.
 Rect CentredOn(WindowId owner, int w, int h);
+// The window area an Expose event names.
+Rect ExposedArea(const _XEvent& expose);
 
 // Drawing shared by menus and dialogs.
 void FillBox(Renderer& renderer, const Rect& r, Color color);

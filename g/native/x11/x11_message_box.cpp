@@ -78,8 +78,7 @@ public:
     void HandleEvent(XEvent& event) override {
         switch (event.type) {
             case Expose:
-                window->Present(
-                    Rect{event.xexpose.x, event.xexpose.y, event.xexpose.width, event.xexpose.height});
+                window->Present(ExposedArea(event));
                 break;
             case ClientMessage:
                 if (window->IsCloseRequest(event)) Dismiss();

@@ -53,9 +53,7 @@ public:
         switch (event.type) {
             case Expose:
                 for (Panel& panel : panels) {
-                    if (panel.window->Id() == event.xexpose.window)
-                        panel.window->Present(Rect{event.xexpose.x, event.xexpose.y, event.xexpose.width,
-                                                   event.xexpose.height});
+                    if (panel.window->Id() == event.xexpose.window) panel.window->Present(ExposedArea(event));
                 }
                 break;
             case MotionNotify:

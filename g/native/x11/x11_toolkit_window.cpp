@@ -100,6 +100,10 @@ bool ToolkitWindow::IsCloseRequest(const XEvent& event) const {
            static_cast<AtomId>(event.xclient.data.l[0]) == a.wmDeleteWindow;
 }
 
+Rect ExposedArea(const XEvent& expose) {
+    return Rect{expose.xexpose.x, expose.xexpose.y, expose.xexpose.width, expose.xexpose.height};
+}
+
 Rect CentredOn(WindowId owner, int w, int h) {
     Connection& c = *Connection::Get();
     Rect area{0, 0, DisplayWidth(c.display, c.screen), DisplayHeight(c.display, c.screen)};

@@ -13,6 +13,7 @@
 #include "g/keys.h"
 #include "g/native/native.h"
 #include "g/native/x11/x11_internal.h"
+#include "g/utf8.h"
 
 namespace G::x11 {
 
@@ -61,8 +62,7 @@ public:
     void HandleEvent(XEvent& event) override {
         switch (event.type) {
             case Expose:
-                UnionRect(exposed,
-                          Rect{event.xexpose.x, event.xexpose.y, event.xexpose.width, event.xexpose.height});
+                UnionRect(exposed, ExposedArea(event));
                 if (event.xexpose.count == 0) OnExposed();
                 break;
             case ConfigureNotify:

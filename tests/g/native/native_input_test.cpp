@@ -10,6 +10,7 @@
 #include "g/keys.h"
 #include "g/native/native.h"
 #include "g/native/x11/x11_internal.h"
+#include "g/utf8.h"
 
 // Xlib's macros (None, Bool, Status) must come after the test framework.
 #include <X11/X.h>
@@ -18,6 +19,8 @@
 namespace {
 
 using namespace G::x11;
+using G::AppendUtf8;
+using G::ToUtf8;
 
 TEST(X11Keys, KeysymsMapToWindowsVirtualKeys) {
     const std::pair<unsigned long, int> rows[] = {
