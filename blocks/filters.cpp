@@ -10,6 +10,10 @@
 #include <cstring>
 #include <numbers>
 
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
 #include "engine/value_format.h"
 #include "engine/vrok_instance.h"
 
@@ -46,6 +50,97 @@ void BiquadRecord::RampedRun(const float* in, float* out, int m, float stepScale
     }
     s0 = z0, s1 = z1;
     CurrentToTarget();
+}
+
+namespace {
+
+#if defined(__SSE2__)
+// Four sections in the lanes of SSE registers.
+struct SectionLanes {
+    __m128 b0, b1, b2, a1, a2, d0, d1, d2, e1, e2, s0, s1;
+    const float* in[4];
+    float* out[4];
+    BiquadRecord* records[4];
+    int count;
+
+    void Load(BiquadRecord* const* r, const float* const* rowsIn, float* const* rowsOut, int n,
+              float stepScale, const float* zeros, float* scratch) {
+        count = n;
+        alignas(16) float f[14][4];
+        for (int k = 0; k < 4; ++k) {
+            const BiquadRecord& q = k < n ? *r[k] : BiquadRecord{};
+            records[k] = k < n ? r[k] : nullptr;
+            in[k] = k < n ? rowsIn[k] : zeros;
+            out[k] = k < n ? rowsOut[k] : scratch;
+            const float c[5] = {q.currentB0, q.currentB1, q.currentB2, q.currentA1, q.currentA2};
+            const float t[5] = {q.targetB0, q.targetB1, q.targetB2, q.targetA1, q.targetA2};
+            for (int j = 0; j < 5; ++j) {
+                f[j][k] = c[j];
+                f[5 + j][k] = (t[j] - c[j]) * stepScale;
+            }
+            f[10][k] = q.s0;
+            f[11][k] = q.s1;
+        }
+        __m128* v[] = {&b0, &b1, &b2, &a1, &a2, &d0, &d1, &d2, &e1, &e2, &s0, &s1};
+        for (int j = 0; j < 12; ++j) *v[j] = _mm_load_ps(f[j]);
+    }
+    __m128 Step(__m128 x) {
+        const __m128 y = _mm_add_ps(_mm_mul_ps(b0, x), s0);
+        s0 = _mm_sub_ps(_mm_add_ps(_mm_mul_ps(b1, x), s1), _mm_mul_ps(a1, y));
+        s1 = _mm_sub_ps(_mm_mul_ps(b2, x), _mm_mul_ps(a2, y));
+        b0 = _mm_add_ps(b0, d0), b1 = _mm_add_ps(b1, d1), b2 = _mm_add_ps(b2, d2);
+        a1 = _mm_add_ps(a1, e1), a2 = _mm_add_ps(a2, e2);
+        return y;
+    }
+    // Four samples from `i` of every lane, transposed in and out.
+    void Run4(int i) {
+        __m128 r0 = _mm_loadu_ps(in[0] + i), r1 = _mm_loadu_ps(in[1] + i);
+        __m128 r2 = _mm_loadu_ps(in[2] + i), r3 = _mm_loadu_ps(in[3] + i);
+        _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+        r0 = Step(r0), r1 = Step(r1), r2 = Step(r2), r3 = Step(r3);
+        _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+        _mm_storeu_ps(out[0] + i, r0), _mm_storeu_ps(out[1] + i, r1);
+        _mm_storeu_ps(out[2] + i, r2), _mm_storeu_ps(out[3] + i, r3);
+    }
+    void Run1(int i) {
+        alignas(16) float y[4];
+        _mm_store_ps(y, Step(_mm_setr_ps(in[0][i], in[1][i], in[2][i], in[3][i])));
+        for (int k = 0; k < 4; ++k) out[k][i] = y[k];
+    }
+    void Store() {
+        alignas(16) float z0[4], z1[4];
+        _mm_store_ps(z0, s0);
+        _mm_store_ps(z1, s1);
+        for (int k = 0; k < count; ++k) {
+            records[k]->s0 = z0[k], records[k]->s1 = z1[k];
+            records[k]->CurrentToTarget();
+        }
+    }
+};
+#endif
+
+}  // namespace
+
+void RampedRunTogether(BiquadRecord* const* records, const float* const* in, float* const* out, int count,
+                       int m, float stepScale) {
+#if defined(__SSE2__)
+    static const float zeros[kMaxFrames] = {};
+    float scratch[kMaxFrames];
+    SectionLanes groups[kMaxVoices / 4];
+    const int numGroups = (count + 3) / 4;
+    for (int g = 0; g < numGroups; ++g)
+        groups[g].Load(records + 4 * g, in + 4 * g, out + 4 * g, std::min(4, count - 4 * g), stepScale, zeros,
+                       scratch);
+    // All groups advance together, so their recursions overlap in the processor.
+    int i = 0;
+    for (; i + 4 <= m; i += 4)
+        for (int g = 0; g < numGroups; ++g) groups[g].Run4(i);
+    for (; i < m; ++i)
+        for (int g = 0; g < numGroups; ++g) groups[g].Run1(i);
+    for (int g = 0; g < numGroups; ++g) groups[g].Store();
+#else
+    for (int k = 0; k < count; ++k) records[k]->RampedRun(in[k], out[k], m, stepScale);
+#endif
 }
 
 double PolyCos(float w) {
@@ -185,6 +280,7 @@ void CFilterBlock::NoteOn(int velocity, int voice) {
 
 void CFilterBlock::PrepareBlock(int numSamples) {
     CAudioBlock::PrepareBlock(numSamples);
+    std::fill(std::begin(doneTogether), std::end(doneTogether), false);
     const int bank = snapshotWrite;
     auto copy = [&](int set, const BiquadRecord& r) {
         float* dest = snapshots[bank][set];
@@ -233,7 +329,34 @@ float CFilterBlock::ModulatedResonance(int voice, int i) const {
     return std::clamp(stored + ports[kResonancePort]->buffer[voice][i], 0.0f, 1.0f);
 }
 
+void CFilterBlock::RunUnmodulatedVoicesTogether(int numSamples) {
+    BiquadRecord* together[kMaxVoices];
+    const float* in[kMaxVoices];
+    float* out[kMaxVoices];
+    int count = 0;
+    for (int v = 0; v < engine->numVoices; ++v) {
+        if (!PortHasData(kAudioPort, v) || PortHasData(kCutoffPort, v) || PortHasData(kResonancePort, v))
+            continue;
+        // What Work would do for this voice before its run.
+        if (!wasActive[v]) resetPending[v] = true;
+        wasActive[v] = true;
+        DesignVoice(v, cutoffValue.load(std::memory_order_relaxed), values[kResonance]);
+        together[count] = &records[v];
+        in[count] = ports[kAudioPort]->buffer[v];
+        out[count] = output[v];
+        ++count;
+        doneTogether[v] = true;
+        active[v] = 1;
+    }
+    RampedRunTogether(together, in, out, count, numSamples, 1.0f / float(numSamples));
+}
+
 void CFilterBlock::Work(int voice, int numSamples) {
+    if (voice == 0 && !monophonic && engine->numVoices > 1) RunUnmodulatedVoicesTogether(numSamples);
+    if (doneTogether[voice]) {
+        doneTogether[voice] = false;
+        return;
+    }
     active[voice] = 0;
     BiquadRecord& r = records[voice];
     float* out = output[voice];

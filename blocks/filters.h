@@ -38,6 +38,12 @@ struct BiquadRecord {
     void RampedRun(const float* in, float* out, int m, float stepScale);
 };
 
+// RampedRun of `count` sections at once, each over its own rows, sample for sample the
+// same results as one call per section. The sections are independent, so running them
+// side by side hides the latency of the recursion. `in` rows may not be null.
+void RampedRunTogether(BiquadRecord* const* records, const float* const* in, float* const* out, int count,
+                       int m, float stepScale);
+
 // The polynomials that stand in for cosine and sine, in double with w rounded to single:
 // C(w) = 1 - w^2/2 + w^4/24 and S(w) = w + w^3/6 + w^5/120. The plus sign of the cube in
 // S is how the filters have always sounded; it is not the sine series and must stay.
@@ -97,6 +103,11 @@ private:
     // Cutoff and resonance values at sample `i` of `voice`, with written ports added.
     float ModulatedCutoff(int voice, int i) const;
     float ModulatedResonance(int voice, int i) const;
+    // At the first voice's Work: every voice with input and no modulation, designed in
+    // voice order and filtered side by side. Their Work calls then find them done.
+    void RunUnmodulatedVoicesTogether(int numSamples);
+
+    bool doneTogether[kMaxVoices] = {};
 };
 
 // The cheaper filter: no ramp, no gain rule, coefficients replaced at once, every 32

@@ -16,6 +16,10 @@
 #include <cstdint>
 #include <numbers>
 
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
 #include "engine/value_format.h"
 
 // [SECTION] Shared
@@ -352,8 +356,23 @@ void CAmpBlock::Work(int voice, int numSamples) {
         // Wired but silent for this voice: the voice stops.
         if (!PortHasData(kAmplitudePort, voice)) return;
         const float* __restrict mod = ports[kAmplitudePort]->buffer[voice];
-        for (int i = 0; i < numSamples; ++i) {
-            const float m = std::clamp(mod[i], -1.0f, 1.0f);
+        int i = 0;
+#if defined(__SSE2__)
+        // The compiler will not turn the clamp into vector code on its own (the compares
+        // might trap). maxps(lo, m) is "m < lo ? lo : m" exactly, NaN included, and minps
+        // likewise, so this is the scalar loop four at a time.
+        const __m128 lo = _mm_set1_ps(-1.0f), hi = _mm_set1_ps(1.0f), gv = _mm_set1_ps(g);
+        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+        for (; i + 4 <= numSamples; i += 4) {
+            const __m128 m = _mm_min_ps(hi, _mm_max_ps(lo, _mm_loadu_ps(mod + i)));
+            const __m128 law = _mm_mul_ps(m, _mm_and_ps(m, magnitude));
+            _mm_storeu_ps(out + i, _mm_mul_ps(_mm_mul_ps(_mm_loadu_ps(in + i), gv), law));
+        }
+#endif
+        for (; i < numSamples; ++i) {
+            float m = mod[i];
+            m = m < -1.0f ? -1.0f : m;
+            m = m > 1.0f ? 1.0f : m;
             out[i] = in[i] * g * (m * std::fabs(m));
         }
     }

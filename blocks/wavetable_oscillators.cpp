@@ -132,7 +132,8 @@ void CTableOscBase::WorkFollowingNote(int voice, int numSamples) {
     Render(voice, voice, numSamples, ampConnected, pitchCounts);
 }
 
-void CTableOscBase::Render(int stateVoice, int outVoice, int numSamples, bool ampConnected, bool pitchCounts) {
+void CTableOscBase::Render(int stateVoice, int outVoice, int numSamples, bool ampConnected,
+                           bool pitchCounts) {
     const float* table = NoteTables::Get(waveform.load(std::memory_order_relaxed),
                                          tableIndex[stateVoice].load(std::memory_order_relaxed));
     float* out = output[outVoice];
@@ -180,7 +181,9 @@ void COscBlock::ParameterChanged(int index) {
     }
 }
 
-std::string COscBlock::DescribeValue(int index, float value) { return DescribeOscRow(index, value, sampleRate); }
+std::string COscBlock::DescribeValue(int index, float value) {
+    return DescribeOscRow(index, value, sampleRate);
+}
 
 void COscBlock::SetNote(float pitch, float, int voice) {
     note[voice].store(pitch, std::memory_order_relaxed);
@@ -207,7 +210,9 @@ void CSubOscBlock::ParameterChanged(int index) {
     }
 }
 
-std::string CSubOscBlock::DescribeValue(int index, float value) { return DescribeOscRow(index, value, sampleRate); }
+std::string CSubOscBlock::DescribeValue(int index, float value) {
+    return DescribeOscRow(index, value, sampleRate);
+}
 
 void CSubOscBlock::SetNote(float pitch, float, int voice) {
     if (monophonic) {
@@ -247,7 +252,8 @@ constexpr ParamRow kFixedOscRows[kParamCount] = {
 float FixedSemitones(float freqValue) { return (freqValue - 0.5f) * 96.0f; }
 }  // namespace
 
-CFixedOscBlock::CFixedOscBlock(VrokInstance* engine, float sampleRate) : CTableOscBase(engine, sampleRate, 70) {
+CFixedOscBlock::CFixedOscBlock(VrokInstance* engine, float sampleRate)
+    : CTableOscBase(engine, sampleRate, 70) {
     ConfigureFromRows(kFixedOscRows, kOscPorts, kCategorySources, "Fixed Osc");
 }
 
