@@ -34,6 +34,12 @@ void BiquadRecord::GuardDenormals() {
     if (std::fabs(s0) < kThreshold && std::fabs(s1) < kThreshold) s0 = s1 = extra[0] = 0.0f;
 }
 
+void BiquadRecord::GuardRunaway() {
+    constexpr float kLimit = 65536.0f;
+    // Written so that NaN fails the test and clears too.
+    if (!(std::fabs(s0) < kLimit && std::fabs(s1) < kLimit)) ClearState();
+}
+
 void BiquadRecord::RampedRun(const float* in, float* out, int m, float stepScale) {
     float b0 = currentB0, b1 = currentB1, b2 = currentB2, a1 = currentA1, a2 = currentA2;
     const float d0 = (targetB0 - b0) * stepScale, d1 = (targetB1 - b1) * stepScale;
@@ -311,6 +317,7 @@ void CFilterBlock::DesignVoice(int voice, float cutoff, float resonance) {
     displayChanged.store(true, std::memory_order_relaxed);
     Design(r, filterType.load(std::memory_order_relaxed), cutoff, resonance, sampleRate);
     r.GuardDenormals();
+    r.GuardRunaway();
     if (resetPending[voice]) {
         resetPending[voice] = false;
         r.CurrentToTarget();
@@ -473,6 +480,7 @@ void CFilterBlock2::DesignVoice(int voice, float modulation) {
     f = std::max(f, 10.0f);
     const double q = double(values[kResonance] * 14.0f) + 0.01;
     BiquadRecord& r = records[voice];
+    r.GuardRunaway();
     if (type == 0) {
         const float w = AngularFrequency(f, sampleRate);
         const float cw = std::cos(w);

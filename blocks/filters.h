@@ -25,6 +25,10 @@ struct BiquadRecord {
     // Zeroes s0, s1 and extra[0] when both state words are below 2^-19 in magnitude. The
     // threshold lies far above the denormal range on purpose: it also ends quiet tails.
     void GuardDenormals();
+    // Clears the state once it is past 2^16 or not a number. Coefficients that jump
+    // between the ends of the range at high Q pump a transposed section up without bound,
+    // until it overflows; no signal a patch plays comes near this level otherwise.
+    void GuardRunaway();
     // y = b0 x + s0; s0 = b1 x + s1 - a1 y; s1 = b2 x - a2 y, with the target coefficients.
     float Tick(float x) {
         float y = targetB0 * x + s0;
