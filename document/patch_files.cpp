@@ -3,6 +3,7 @@
 #include <tinyxml.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -75,6 +76,42 @@ struct VrkWire {
     int from, to, port;
 };
 
+// A drawn table (the waveshaper's curve, the custom envelope's points) is the run of hidden
+// parameters. The reader keeps what is valid: a missing point keeps its value, one out of
+// 0..1 is clamped, one past the last parameter is ignored. Each of those gets one line.
+void ReportTableProblems(const TiXmlElement& element, const CAudioBlock& block, int line,
+                         LoadReport* report) {
+    int points = 0, present = 0, clamped = 0, beyond = 0;
+    for (int i = 0; i < block.numParameters; ++i) {
+        if (block.kinds[i] != int(ParamKind::Hidden)) continue;
+        ++points;
+        char name[16];
+        std::snprintf(name, sizeof name, "P%d", i);
+        const char* text = element.Attribute(name);
+        if (!text) continue;
+        ++present;
+        const float value = document::ParseFloat(text);
+        if (!(value >= 0.0f && value <= 1.0f)) ++clamped;
+    }
+    if (points == 0) return;
+    for (const TiXmlAttribute* a = element.FirstAttribute(); a; a = a->Next()) {
+        const char* name = a->Name();
+        if (name[0] != 'P' || name[1] == '\0') continue;
+        char* end = nullptr;
+        const long index = std::strtol(name + 1, &end, 10);
+        if (*end == '\0' && index >= block.numParameters) ++beyond;
+    }
+    const std::string who = block.name + " at slot " + std::to_string(block.index) + ": ";
+    if (present < points)
+        Report(report, {}, line,
+               who + "table has " + std::to_string(present) + " of " + std::to_string(points) +
+                   " points; the missing ones keep their values");
+    if (clamped > 0)
+        Report(report, {}, line, who + std::to_string(clamped) + " table points outside 0..1 clamped");
+    if (beyond > 0)
+        Report(report, {}, line, who + std::to_string(beyond) + " values past its last parameter dropped");
+}
+
 }  // namespace
 
 // [SECTION] XML
@@ -107,9 +144,13 @@ void VrokDoc::ReadDocument(const TiXmlElement& root, LoadReport* report) {
             const BlockType* row = FindBlockType(patchBlock->type);
             const std::string slot = std::to_string(patchBlock->pos);
             if (row && row->create)
-                Report(report, {}, line, "block type " + std::to_string(patchBlock->type) + " cannot take slot " + slot);
+                Report(report, {}, line,
+                       "block type " + std::to_string(patchBlock->type) + " cannot take slot " + slot);
             else
-                Report(report, {}, line, "unknown block type " + std::to_string(patchBlock->type) + " at slot " + slot);
+                Report(report, {}, line,
+                       "unknown block type " + std::to_string(patchBlock->type) + " at slot " + slot);
+        } else if (patchBlock) {
+            ReportTableProblems(*child, *patchBlock->block, line, report);
         } else if (auto* wire = dynamic_cast<PatchConnection*>(storable); wire && !wire->connection) {
             Report(report, {}, line, "refused wire " + WireText(wire->from, wire->to, wire->port));
         }
@@ -157,7 +198,8 @@ bool VrokDoc::LoadFile(const std::string& name, LoadReport* report) {
 bool VrokDoc::SaveFile(const std::string& name, std::string* error) {
     const std::string text = WriteXml();
     const bool saved = WriteFileAtomically(
-        name, [&](std::FILE* file) { return std::fwrite(text.data(), 1, text.size(), file) == text.size(); }, error);
+        name, [&](std::FILE* file) { return std::fwrite(text.data(), 1, text.size(), file) == text.size(); },
+        error);
     if (saved) changed = false;
     return saved;
 }
@@ -197,7 +239,8 @@ bool VrokDoc::ReadVrk(const std::string& name, LoadReport* report) {
     }
     // A block's slot is its place in the file, so there can be no more than slots.
     if (numBlocks < 0 || numBlocks > kMaxBlocks) {
-        Report(report, name, 0, "block count " + std::to_string(numBlocks) + " is not in 0.." + std::to_string(kMaxBlocks));
+        Report(report, name, 0,
+               "block count " + std::to_string(numBlocks) + " is not in 0.." + std::to_string(kMaxBlocks));
         return false;
     }
     std::vector<VrkBlock> blocks(numBlocks);
@@ -210,7 +253,8 @@ bool VrokDoc::ReadVrk(const std::string& name, LoadReport* report) {
         // The file does not say how many parameters follow: only the block type knows.
         const int count = ParameterCount(block.type);
         if (count < 0) {
-            Report(report, name, 0, "unknown block type " + std::to_string(block.type) + " at slot " + std::to_string(i));
+            Report(report, name, 0,
+                   "unknown block type " + std::to_string(block.type) + " at slot " + std::to_string(i));
             return false;
         }
         block.values.resize(count);
@@ -247,10 +291,12 @@ bool VrokDoc::ReadVrk(const std::string& name, LoadReport* report) {
         const VrkBlock& block = blocks[i];
         PatchBlock* patchBlock = AddBlock(block.type, i, block.x, block.y);
         if (!patchBlock) {
-            Report(report, name, 0, "block type " + std::to_string(block.type) + " cannot take slot " + std::to_string(i));
+            Report(report, name, 0,
+                   "block type " + std::to_string(block.type) + " cannot take slot " + std::to_string(i));
             continue;
         }
-        for (int p = 0; p < static_cast<int>(block.values.size()); ++p) SetParameter(patchBlock, p, block.values[p]);
+        for (int p = 0; p < static_cast<int>(block.values.size()); ++p)
+            SetParameter(patchBlock, p, block.values[p]);
     }
     for (const VrkWire& wire : wires) {
         if (!AddConnection(FindBlock(wire.from), FindBlock(wire.to), wire.port))
