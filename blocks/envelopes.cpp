@@ -10,6 +10,10 @@
 #include <algorithm>
 #include <cmath>
 
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
 #include "engine/value_format.h"
 #include "engine/vrok_instance.h"
 
@@ -97,6 +101,77 @@ void EnvelopeState::Render(float* out, int n) {
     std::fill(out + i, out + n, 0.0f);
 }
 
+void EnvelopeState::RenderTogether(EnvelopeState* const* states, float* const* out, int count, int n) {
+#if defined(__SSE2__)
+    constexpr int kLanes = 4;
+    float scratch[kMaxFrames];
+    EnvelopeState* lanes[kMaxVoices] = {};
+    float* rows[kMaxVoices];
+    const int numGroups = (count + kLanes - 1) / kLanes;
+    for (int k = 0; k < numGroups * kLanes; ++k) {
+        lanes[k] = k < count ? states[k] : nullptr;
+        rows[k] = k < count ? out[k] : scratch;
+    }
+    int i = 0;
+    while (i < n) {
+        // The longest run in which no voice changes stage.
+        int run = n - i;
+        for (int k = 0; k < count; ++k)
+            if (lanes[k]->IsRamping() && lanes[k]->remaining > 0) run = std::min(run, lanes[k]->remaining);
+        __m128 value[kMaxVoices / kLanes], delta[kMaxVoices / kLanes];
+        for (int g = 0; g < numGroups; ++g) {
+            alignas(16) float v[kLanes], d[kLanes];
+            for (int k = 0; k < kLanes; ++k) {
+                const EnvelopeState* s = lanes[g * kLanes + k];
+                v[k] = s ? s->value : 0.0f;
+                d[k] = s ? s->delta : 0.0f;
+            }
+            value[g] = _mm_load_ps(v);
+            delta[g] = _mm_load_ps(d);
+        }
+        int j = 0;
+        for (; j + 4 <= run; j += 4) {
+            for (int g = 0; g < numGroups; ++g) {
+                __m128 r0 = _mm_add_ps(value[g], delta[g]);
+                __m128 r1 = _mm_add_ps(r0, delta[g]);
+                __m128 r2 = _mm_add_ps(r1, delta[g]);
+                __m128 r3 = _mm_add_ps(r2, delta[g]);
+                value[g] = r3;
+                _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+                float* const* row = rows + g * kLanes;
+                _mm_storeu_ps(row[0] + i + j, r0), _mm_storeu_ps(row[1] + i + j, r1);
+                _mm_storeu_ps(row[2] + i + j, r2), _mm_storeu_ps(row[3] + i + j, r3);
+            }
+        }
+        for (; j < run; ++j) {
+            for (int g = 0; g < numGroups; ++g) {
+                value[g] = _mm_add_ps(value[g], delta[g]);
+                alignas(16) float v[kLanes];
+                _mm_store_ps(v, value[g]);
+                for (int k = 0; k < kLanes; ++k) rows[g * kLanes + k][i + j] = v[k];
+            }
+        }
+        i += run;
+        for (int g = 0; g < numGroups; ++g) {
+            alignas(16) float v[kLanes];
+            _mm_store_ps(v, value[g]);
+            for (int k = 0; k < kLanes && g * kLanes + k < count; ++k) {
+                EnvelopeState& s = *lanes[g * kLanes + k];
+                s.value = v[k];
+                if (s.stage == kStageSustain || s.stage == kStageIdle) continue;
+                s.remaining -= run;
+                if (s.remaining == 0) {
+                    s.EnterStage();
+                    rows[g * kLanes + k][i - 1] = s.value;
+                }
+            }
+        }
+    }
+#else
+    for (int k = 0; k < count; ++k) states[k]->Render(out[k], n);
+#endif
+}
+
 // [SECTION] CEnvelopeBlock
 
 namespace {
@@ -164,12 +239,36 @@ void CEnvelopeBlock::NoteOff(int voice) {
 }
 
 void CEnvelopeBlock::Work(int voice, int numSamples) {
+    if (voice == 0 && !monophonic && engine->numVoices > 1) {
+        EnvelopeState* sounding[kMaxVoices];
+        float* rows[kMaxVoices];
+        int count = 0;
+        std::fill(std::begin(doneTogether), std::end(doneTogether), false);
+        for (int v = 0; v < engine->numVoices; ++v) {
+            if (states[v].stage == kStageIdle) continue;
+            sounding[count] = &states[v];
+            rows[count++] = output[v];
+            doneTogether[v] = true;
+        }
+        EnvelopeState::RenderTogether(sounding, rows, count, numSamples);
+        for (int v = 0; v < engine->numVoices; ++v)
+            if (doneTogether[v]) Finish(v, numSamples);
+    }
+    if (doneTogether[voice]) {
+        doneTogether[voice] = false;
+        return;
+    }
     active[voice] = 0;
     EnvelopeState& s = states[voice];
     if (s.stage == kStageIdle) return;
     s.Render(output[voice], numSamples);
+    Finish(voice, numSamples);
+}
+
+void CEnvelopeBlock::Finish(int voice, int numSamples) {
     active[voice] = 1;
-    if (s.stage != kStageRelease) lastLevel[voice] = output[voice][numSamples - 1] * velocityAmount[voice];
+    if (states[voice].stage != kStageRelease)
+        lastLevel[voice] = output[voice][numSamples - 1] * velocityAmount[voice];
     displayResetPending = true;
 }
 

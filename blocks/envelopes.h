@@ -37,8 +37,13 @@ struct EnvelopeState {
     // Fills out[0..n): the steps while not idle, zeros after the envelope ends.
     // Audio thread; the same samples as n calls of Step.
     void Render(float* out, int n);
+    // Render of `count` states at once, each into its own row, sample for sample the same
+    // as one call each. The levels of different voices are independent additions, so
+    // running them side by side hides the latency of each. Audio thread.
+    static void RenderTogether(EnvelopeState* const* states, float* const* out, int count, int n);
 
 private:
+    bool IsRamping() const { return stage == kStageAttack || stage == kStageDecay || stage == kStageRelease; }
     void EnterStage();
 };
 
@@ -52,6 +57,8 @@ public:
     std::string DescribeValue(int index, float value) override;
     void NoteOn(int velocity, int voice) override;
     void NoteOff(int voice) override;
+    // The first voice's call renders every sounding voice side by side; the others then
+    // find their rows done.
     void Work(int voice, int numSamples) override;
 
     EnvelopeState states[kMaxVoices];
@@ -63,6 +70,12 @@ public:
     float releasePosition[kMaxVoices] = {};
     int releaseStage[kMaxVoices] = {};
     float lastLevel[kMaxVoices] = {};
+
+private:
+    // What Work does after the level is rendered: the flags and the displayed level.
+    void Finish(int voice, int numSamples);
+
+    bool doneTogether[kMaxVoices] = {};
 };
 
 // A cubic Bezier stage curve: four points, end points fixed by the stage.

@@ -137,6 +137,43 @@ TEST(EnvelopesWork, MonophonicNotesDriveTheSharedState) {
     EXPECT_EQ(envelope.states[0].stage, kStageRelease) << "every sounding state is released";
 }
 
+TEST(EnvelopesWork, VoicesRenderedTogetherMatchVoicesRenderedAlone) {
+    constexpr int kVoices = 7;
+    CEnvelopeBlock together(&Engine(kVoices), kRate);
+    std::vector<std::unique_ptr<CEnvelopeBlock>> alone;
+    for (int v = 0; v < kVoices; ++v)
+        alone.push_back(std::make_unique<CEnvelopeBlock>(&Engine(kVoices), kRate));
+    auto each = [&](auto&& action) {
+        action(together, -1);
+        for (int v = 0; v < kVoices; ++v) action(*alone[v], v);
+    };
+    each([](CEnvelopeBlock& e, int) {
+        e.SetParameter(0, 0.05f);
+        e.SetParameter(1, 0.1f);
+        e.SetParameter(2, 0.4f);
+        e.SetParameter(3, 0.12f);
+    });
+    for (int b = 0; b < 40; ++b) {
+        const int n = b % 5 == 2 ? 101 : kMaxFrames;
+        for (int v = 0; v < kVoices; ++v) {
+            // Staggered notes, retriggers during release, and releases during attack.
+            if (b == v || b == 20 + v) together.NoteOn(100, v), alone[v]->NoteOn(100, 0);
+            if (b == v + 6 || b == 21 + v) together.NoteOff(v), alone[v]->NoteOff(0);
+        }
+        if (b == 25) each([](CEnvelopeBlock& e, int) { e.SetParameter(2, 0.0f); });
+        Step(together, n, kVoices);
+        for (int v = 0; v < kVoices; ++v) {
+            Step(*alone[v], n, 1);
+            ASSERT_EQ(together.active[v], alone[v]->active[0]) << v << " " << b;
+            if (!together.active[v]) continue;
+            for (int i = 0; i < n; ++i)
+                ASSERT_EQ(together.output[v][i], alone[v]->output[0][i])
+                    << "voice " << v << " block " << b << " " << i;
+        }
+    }
+    Engine(1);
+}
+
 TEST(EnvelopesEngine, VoiceGoesFreeWhenItsEnvelopeEnds) {
     VrokInstance engine(CreateBlock);
     int osc, filter, amp, env, out;
