@@ -10,7 +10,7 @@
 #include <cstring>
 #include <numbers>
 
-#if defined(__SSE2__)
+#if defined(__x86_64__)
 #include <immintrin.h>
 #endif
 
@@ -60,21 +60,25 @@ void BiquadRecord::RampedRun(const float* in, float* out, int m, float stepScale
 
 namespace {
 
-#if defined(__SSE2__)
-// Four sections in the lanes of SSE registers.
+#if defined(__x86_64__)
+#define VROK_AVX2 __attribute__((target("avx2")))
+
+// Eight sections in the lanes of AVX registers. Every operation is the scalar one, lane by
+// lane, in the same order, so the results are the same to the bit.
 struct SectionLanes {
-    __m128 b0, b1, b2, a1, a2, d0, d1, d2, e1, e2, s0, s1;
-    const float* in[4];
-    float* out[4];
-    BiquadRecord* records[4];
+    __m256 b0, b1, b2, a1, a2, d0, d1, d2, e1, e2, s0, s1;
+    const float* in[8];
+    float* out[8];
+    BiquadRecord* records[8];
     int count;
 
-    void Load(BiquadRecord* const* r, const float* const* rowsIn, float* const* rowsOut, int n,
-              float stepScale, const float* zeros, float* scratch) {
+    VROK_AVX2 void Load(BiquadRecord* const* r, const float* const* rowsIn, float* const* rowsOut, int n,
+                        float stepScale, const float* zeros, float* scratch) {
         count = n;
-        alignas(16) float f[14][4];
-        for (int k = 0; k < 4; ++k) {
-            const BiquadRecord& q = k < n ? *r[k] : BiquadRecord{};
+        alignas(32) float f[12][8];
+        const BiquadRecord blank;
+        for (int k = 0; k < 8; ++k) {
+            const BiquadRecord& q = k < n ? *r[k] : blank;
             records[k] = k < n ? r[k] : nullptr;
             in[k] = k < n ? rowsIn[k] : zeros;
             out[k] = k < n ? rowsOut[k] : scratch;
@@ -87,66 +91,96 @@ struct SectionLanes {
             f[10][k] = q.s0;
             f[11][k] = q.s1;
         }
-        __m128* v[] = {&b0, &b1, &b2, &a1, &a2, &d0, &d1, &d2, &e1, &e2, &s0, &s1};
-        for (int j = 0; j < 12; ++j) *v[j] = _mm_load_ps(f[j]);
+        __m256* v[] = {&b0, &b1, &b2, &a1, &a2, &d0, &d1, &d2, &e1, &e2, &s0, &s1};
+        for (int j = 0; j < 12; ++j) *v[j] = _mm256_load_ps(f[j]);
     }
-    __m128 Step(__m128 x) {
-        const __m128 y = _mm_add_ps(_mm_mul_ps(b0, x), s0);
-        s0 = _mm_sub_ps(_mm_add_ps(_mm_mul_ps(b1, x), s1), _mm_mul_ps(a1, y));
-        s1 = _mm_sub_ps(_mm_mul_ps(b2, x), _mm_mul_ps(a2, y));
-        b0 = _mm_add_ps(b0, d0), b1 = _mm_add_ps(b1, d1), b2 = _mm_add_ps(b2, d2);
-        a1 = _mm_add_ps(a1, e1), a2 = _mm_add_ps(a2, e2);
+    VROK_AVX2 __m256 Step(__m256 x) {
+        const __m256 y = _mm256_add_ps(_mm256_mul_ps(b0, x), s0);
+        s0 = _mm256_sub_ps(_mm256_add_ps(_mm256_mul_ps(b1, x), s1), _mm256_mul_ps(a1, y));
+        s1 = _mm256_sub_ps(_mm256_mul_ps(b2, x), _mm256_mul_ps(a2, y));
+        b0 = _mm256_add_ps(b0, d0), b1 = _mm256_add_ps(b1, d1), b2 = _mm256_add_ps(b2, d2);
+        a1 = _mm256_add_ps(a1, e1), a2 = _mm256_add_ps(a2, e2);
         return y;
     }
-    // Four samples from `i` of every lane, transposed in and out.
-    void Run4(int i) {
-        __m128 r0 = _mm_loadu_ps(in[0] + i), r1 = _mm_loadu_ps(in[1] + i);
-        __m128 r2 = _mm_loadu_ps(in[2] + i), r3 = _mm_loadu_ps(in[3] + i);
-        _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-        r0 = Step(r0), r1 = Step(r1), r2 = Step(r2), r3 = Step(r3);
-        _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-        _mm_storeu_ps(out[0] + i, r0), _mm_storeu_ps(out[1] + i, r1);
-        _mm_storeu_ps(out[2] + i, r2), _mm_storeu_ps(out[3] + i, r3);
+    static VROK_AVX2 void Transpose(__m256 (&r)[8]) {
+        __m256 t[8], u[8];
+        for (int k = 0; k < 8; k += 2) {
+            t[k] = _mm256_unpacklo_ps(r[k], r[k + 1]);
+            t[k + 1] = _mm256_unpackhi_ps(r[k], r[k + 1]);
+        }
+        for (int k = 0; k < 8; k += 4) {
+            u[k] = _mm256_shuffle_ps(t[k], t[k + 2], _MM_SHUFFLE(1, 0, 1, 0));
+            u[k + 1] = _mm256_shuffle_ps(t[k], t[k + 2], _MM_SHUFFLE(3, 2, 3, 2));
+            u[k + 2] = _mm256_shuffle_ps(t[k + 1], t[k + 3], _MM_SHUFFLE(1, 0, 1, 0));
+            u[k + 3] = _mm256_shuffle_ps(t[k + 1], t[k + 3], _MM_SHUFFLE(3, 2, 3, 2));
+        }
+        for (int k = 0; k < 4; ++k) {
+            r[k] = _mm256_permute2f128_ps(u[k], u[k + 4], 0x20);
+            r[k + 4] = _mm256_permute2f128_ps(u[k], u[k + 4], 0x31);
+        }
     }
-    void Run1(int i) {
-        alignas(16) float y[4];
-        _mm_store_ps(y, Step(_mm_setr_ps(in[0][i], in[1][i], in[2][i], in[3][i])));
-        for (int k = 0; k < 4; ++k) out[k][i] = y[k];
+    // Eight samples from `i` of every lane, transposed in and out.
+    VROK_AVX2 void Run8(int i) {
+        __m256 r[8];
+        for (int k = 0; k < 8; ++k) r[k] = _mm256_loadu_ps(in[k] + i);
+        Transpose(r);
+        for (int k = 0; k < 8; ++k) r[k] = Step(r[k]);
+        Transpose(r);
+        for (int k = 0; k < 8; ++k) _mm256_storeu_ps(out[k] + i, r[k]);
     }
-    void Store() {
-        alignas(16) float z0[4], z1[4];
-        _mm_store_ps(z0, s0);
-        _mm_store_ps(z1, s1);
+    VROK_AVX2 void Run1(int i) {
+        alignas(32) float x[8], y[8];
+        for (int k = 0; k < 8; ++k) x[k] = in[k][i];
+        _mm256_store_ps(y, Step(_mm256_load_ps(x)));
+        for (int k = 0; k < 8; ++k) out[k][i] = y[k];
+    }
+    VROK_AVX2 void Store() {
+        alignas(32) float z0[8], z1[8];
+        _mm256_store_ps(z0, s0);
+        _mm256_store_ps(z1, s1);
         for (int k = 0; k < count; ++k) {
             records[k]->s0 = z0[k], records[k]->s1 = z1[k];
             records[k]->CurrentToTarget();
         }
     }
 };
+
+VROK_AVX2 void RunLanes(BiquadRecord* const* records, const float* const* in, float* const* out, int count,
+                        int m, float stepScale) {
+    static const float zeros[kMaxFrames] = {};
+    float scratch[kMaxFrames];
+    SectionLanes groups[kMaxVoices / 8];
+    const int numGroups = (count + 7) / 8;
+    for (int g = 0; g < numGroups; ++g)
+        groups[g].Load(records + 8 * g, in + 8 * g, out + 8 * g, std::min(8, count - 8 * g), stepScale, zeros,
+                       scratch);
+    // The groups advance together, so their recursions overlap in the processor.
+    int i = 0;
+    for (; i + 8 <= m; i += 8)
+        for (int g = 0; g < numGroups; ++g) groups[g].Run8(i);
+    for (; i < m; ++i)
+        for (int g = 0; g < numGroups; ++g) groups[g].Run1(i);
+    for (int g = 0; g < numGroups; ++g) groups[g].Store();
+}
+
+// Asked once at start, before any audio runs.
+const bool kHasAvx2 = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+}();
 #endif
 
 }  // namespace
 
 void RampedRunTogether(BiquadRecord* const* records, const float* const* in, float* const* out, int count,
                        int m, float stepScale) {
-#if defined(__SSE2__)
-    static const float zeros[kMaxFrames] = {};
-    float scratch[kMaxFrames];
-    SectionLanes groups[kMaxVoices / 4];
-    const int numGroups = (count + 3) / 4;
-    for (int g = 0; g < numGroups; ++g)
-        groups[g].Load(records + 4 * g, in + 4 * g, out + 4 * g, std::min(4, count - 4 * g), stepScale, zeros,
-                       scratch);
-    // All groups advance together, so their recursions overlap in the processor.
-    int i = 0;
-    for (; i + 4 <= m; i += 4)
-        for (int g = 0; g < numGroups; ++g) groups[g].Run4(i);
-    for (; i < m; ++i)
-        for (int g = 0; g < numGroups; ++g) groups[g].Run1(i);
-    for (int g = 0; g < numGroups; ++g) groups[g].Store();
-#else
-    for (int k = 0; k < count; ++k) records[k]->RampedRun(in[k], out[k], m, stepScale);
+#if defined(__x86_64__)
+    if (kHasAvx2) {
+        RunLanes(records, in, out, count, m, stepScale);
+        return;
+    }
 #endif
+    for (int k = 0; k < count; ++k) records[k]->RampedRun(in[k], out[k], m, stepScale);
 }
 
 double PolyCos(float w) {
