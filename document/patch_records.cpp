@@ -75,7 +75,7 @@ void PatchBlock::Load(const TiXmlElement& element) {
         const float value = document::ParseFloat(text);
         // Unchanged values do not cook their constants again.
         if (value != block->values[i]) {
-            block->values[i] = document::Clamp01(value);
+            block->values[i] = Clamp01(value);
             block->ParameterChanged(i);
         }
     }
@@ -163,7 +163,9 @@ void PatchGlobal::Save(TiXmlElement& element) {
 
 void PatchGlobal::Load(const TiXmlElement& element) {
     for (auto& [name, parameter] : parameters) {
-        const float value = FloatAttribute(element, name.c_str(), parameter.defaultValue);
+        // Text that is not a number counts as missing; anything else is brought into 0..1.
+        const float read = FloatAttribute(element, name.c_str(), parameter.defaultValue);
+        const float value = std::isnan(read) ? parameter.defaultValue : Clamp01(read);
         if (value != parameter.value) {
             parameter.value = value;
             ParameterChanged(parameter);
@@ -173,7 +175,8 @@ void PatchGlobal::Load(const TiXmlElement& element) {
 
 bool PatchGlobal::SetValue(const std::string& name, float value) {
     auto found = parameters.find(name);
-    if (found == parameters.end()) return false;
+    if (found == parameters.end() || std::isnan(value)) return false;
+    value = Clamp01(value);
     if (value != found->second.value) {
         found->second.value = value;
         ParameterChanged(found->second);

@@ -50,11 +50,6 @@ float FloatAttribute(const TiXmlElement& element, const char* name, float missin
     return text ? ParseFloat(text) : missing;
 }
 
-float Clamp01(float value) {
-    if (value > 1.0f) return 1.0f;
-    return value >= 0.0f ? value : 0.0f;
-}
-
 void XmlBlockElement::SetAttribute(const char* name, const char* value) {
     if (writable) writable->SetAttribute(name, value);
 }
