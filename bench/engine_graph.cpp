@@ -13,26 +13,32 @@ constexpr int kFrames = 256;
 constexpr int kOscType = 4;
 constexpr int kOutputType = 0;
 
-// Layers of two oscillators, each wired into both pitch and amp ports of the next layer,
-// from a single root down to one output: every block and every wire the tables allow, and
-// 2^126 paths from the root to the output, which a walk over paths would never finish.
+// Layers of two oscillators, each wired from both blocks of the layer before into both of
+// its ports, from one root down to one output, until the wire table is full; the blocks
+// left over fill the block table unwired. Every path from the root to the output is a
+// separate route (2^79 of them), which a walk over paths would never finish.
 void BuildDensestGraph(VrokInstance& engine) {
     int previous[2];
     engine.InsertBlock(kOscType, -1, &previous[0]);
     previous[1] = previous[0];
     int output = -1;
     engine.InsertBlock(kOutputType, kMaxBlocks - 1, &output);
-    int port = 0;
+    int wires = 0;
+    constexpr int kOutputWires = 2;
     for (;;) {
+        const int ports = wires + 8 + kOutputWires <= kMaxConnections ? 2 : 1;
+        if (wires + 4 * ports + kOutputWires > kMaxConnections) break;
         int layer[2];
         if (!engine.InsertBlock(kOscType, -1, &layer[0]) || !engine.InsertBlock(kOscType, -1, &layer[1])) break;
         for (int to : layer)
-            for (int from : previous) engine.Connect(from, to, port);
-        port ^= 1;
+            for (int from : previous)
+                for (int port = 0; port < ports; ++port) wires += engine.Connect(from, to, port) != nullptr;
         previous[0] = layer[0];
         previous[1] = layer[1];
     }
     for (int from : previous) engine.Connect(from, output, 0);
+    while (engine.InsertBlock(kOscType, -1)) {
+    }
 }
 
 void BM_RebuildOrderDensestGraph(benchmark::State& state) {
@@ -41,7 +47,9 @@ void BM_RebuildOrderDensestGraph(benchmark::State& state) {
     for (auto _ : state) engine.RebuildOrder();
     int wires = 0;
     for (const Connection& c : engine.connections) wires += c.inUse;
-    state.counters["blocks"] = engine.orderCount;
+    int blocks = 0;
+    for (CAudioBlock* b : engine.blocks) blocks += b != nullptr;
+    state.counters["blocks"] = blocks;
     state.counters["wires"] = wires;
 }
 BENCHMARK(BM_RebuildOrderDensestGraph)->Unit(benchmark::kMicrosecond);

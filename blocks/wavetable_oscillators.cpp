@@ -10,6 +10,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#if defined(__SSE__)
+#include <xmmintrin.h>
+#endif
 
 #include "engine/value_format.h"
 #include "engine/wave_tables.h"
@@ -37,10 +40,19 @@ constexpr int kLastTable = 127;
 constexpr int kPhaseShift = 21;
 // A pitch-modulation sample of 1.0 adds 2^27, 1/32 of a cycle, per sample.
 constexpr float kPitchModScale = 134217728.0f;
-// Modulation in -16..16 converts exactly and wraps the phase as it always has; beyond that
-// the conversion would be undefined, so it is held at the ends (NaN at the low end).
-constexpr float kPitchModLow = -2147483648.0f;
-constexpr float kPitchModHigh = 2147483520.0f;  // the largest float below 2^31
+// Modulation in -16..16 converts exactly and wraps the phase as it always has. Beyond
+// that a C++ conversion would be undefined; the SSE conversion is defined for every input
+// (out of range and NaN give INT32_MIN) and costs nothing more, so it is used where there
+// is one, and the same results are computed elsewhere.
+inline int32_t PitchModSteps(float x) {
+#if defined(__SSE__)
+    return _mm_cvtt_ss2si(_mm_set_ss(x * kPitchModScale));
+#else
+    const float steps = x * kPitchModScale;
+    if (!(steps >= -2147483648.0f)) return INT32_MIN;
+    return steps < 2147483648.0f ? int32_t(steps) : INT32_MIN;
+#endif
+}
 
 // The tuning law of the note-following oscillators, all in float: note 70 at the centre
 // of "Pitch" is 440 Hz.
@@ -80,8 +92,7 @@ uint32_t RunTable(const float* __restrict table, float* __restrict out, const fl
     auto sample = [&](int i) {
         // The phase moves before the read.
         if constexpr (kPitchMod)
-            phase += increment +
-                     uint32_t(int32_t(std::fmin(std::fmax(pitchIn[i] * kPitchModScale, kPitchModLow), kPitchModHigh)));
+            phase += increment + uint32_t(PitchModSteps(pitchIn[i]));
         else
             phase += increment;
         float s = table[phase >> kPhaseShift];
