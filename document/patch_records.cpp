@@ -99,6 +99,7 @@ void PatchConnection::Load(const TiXmlElement& element) {
     from = IntAttribute(element, "FROM", 0);
     to = IntAttribute(element, "TO", 0);
     port = IntAttribute(element, "INPUTID", 0);
+    const bool hadWire = connection != nullptr;
     if (connection) {
         engine.Disconnect(connection);
         connection = nullptr;
@@ -111,7 +112,8 @@ void PatchConnection::Load(const TiXmlElement& element) {
         fromBlock = nullptr;
         toBlock = nullptr;
     }
-    engine.RebuildOrder();
+    // A refused wire changes nothing, and a file of thousands must not rebuild each time.
+    if (hadWire || connection) engine.RebuildOrder();
 }
 
 bool PatchConnection::Touches(const PatchBlock* patchBlock) const {

@@ -140,10 +140,11 @@ Connection* VrokInstance::Connect(int from, int to, int port) {
     if (from == to) return nullptr;
     for (const Connection& c : connections)
         if (c.inUse && c.fromBlock == from && c.toBlock == to && c.toPort == port) return nullptr;
-    if (PathExists(to, from)) return nullptr;
+    // Each refusal returns the same null, so the cheap test of a full table goes before
+    // the walk for a loop.
     Connection* free = std::find_if(std::begin(connections), std::end(connections),
                                     [](const Connection& c) { return !c.inUse; });
-    if (free == std::end(connections)) return nullptr;
+    if (free == std::end(connections) || PathExists(to, from)) return nullptr;
     *free = Connection{from, to, port, 1.0f, true};
     CAudioBlock& dest = *blocks[to];
     // Disconnecting leaves these lists stale, so they can fill up even below the wire
