@@ -186,19 +186,13 @@ void VrokInstance::RebuildOrder() {
         b->listedAsRoot = false;
         if (b->isOutput) outputs[numOutputs++] = slot;
     }
-    auto clearVisited = [this] {
-        for (CAudioBlock* b : blocks)
-            if (b) b->visited = false;
-    };
     for (int k = 0; k < numOutputs; ++k) {
         // An output that feeds another output was placed when that one was visited; a
         // second entry would run its Work twice per buffer.
-        if (!blocks[outputs[k]]->reached) {
-            clearVisited();
-            Visit(outputs[k]);
-        }
-        clearVisited();
-        CollectRoots(outputs[k]);
+        if (!blocks[outputs[k]]->reached) Visit(outputs[k]);
+        // Roots are listed once each, so what an earlier output explored is not walked
+        // again: `visited` stays set across outputs.
+        if (!blocks[outputs[k]]->visited) CollectRoots(outputs[k]);
     }
     for (int slot = 0; slot < kMaxBlocks; ++slot) {
         CAudioBlock* b = blocks[slot];
@@ -294,11 +288,7 @@ void VrokInstance::MarkPolyphony() {
         if (c.inUse) ++pending[c.toBlock];
     bool fromRoot[kMaxBlocks] = {};      // on a path from a root
     bool polyphonicIn[kMaxBlocks] = {};  // some input on such a path is polyphonic
-    bool plainIn[kMaxBlocks] = {};       // some input on such a path is not
-    for (int k = 0; k < rootCount; ++k) {
-        fromRoot[rootList[k]] = true;
-        plainIn[rootList[k]] = true;
-    }
+    for (int k = 0; k < rootCount; ++k) fromRoot[rootList[k]] = true;
     int ready[kMaxBlocks];
     int numReady = 0;
     for (int slot = 0; slot < kMaxBlocks; ++slot)
@@ -306,18 +296,14 @@ void VrokInstance::MarkPolyphony() {
     while (numReady > 0) {
         const int id = ready[--numReady];
         CAudioBlock& b = *blocks[id];
-        b.polyphonicVisits = 0;
-        bool polyphonic = false;
-        if (fromRoot[id]) {
-            polyphonic = polyphonicIn[id] || (plainIn[id] && b.IsPolyphonic(false));
-            if (polyphonic) b.polyphonicVisits = 1;
-        }
+        // A polyphonic input makes the block polyphonic whatever it answers; otherwise
+        // its answer for a plain input decides.
+        const bool polyphonic = fromRoot[id] && (polyphonicIn[id] || b.IsPolyphonic(false));
+        b.polyphonicVisits = polyphonic ? 1 : 0;
         for (const Connection& c : connections) {
             if (!c.inUse || c.fromBlock != id) continue;
-            if (fromRoot[id]) {
-                fromRoot[c.toBlock] = true;
-                (polyphonic ? polyphonicIn : plainIn)[c.toBlock] = true;
-            }
+            fromRoot[c.toBlock] = fromRoot[c.toBlock] || fromRoot[id];
+            polyphonicIn[c.toBlock] = polyphonicIn[c.toBlock] || polyphonic;
             if (--pending[c.toBlock] == 0) ready[numReady++] = c.toBlock;
         }
     }
