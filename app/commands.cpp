@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -67,9 +68,30 @@ void CheckOutputPlace(const std::string& path) {
         throw InputError(path + ": directory " + parent.string() + " does not exist");
 }
 
+// The time of the last thing a plan plays.
+double LastEventSeconds(const RenderPlan& plan) {
+    double last = 0.0;
+    for (const MidiNoteEvent& event : plan.midiNotes) last = std::max(last, event.seconds);
+    for (const NoteSpec& note : plan.trackNotes) last = std::max({last, note.start, note.end.value_or(0.0)});
+    return last;
+}
+
+std::string LastEventTooLate(double last) {
+    char text[160];
+    std::snprintf(text, sizeof text, "events run to %.0f s, past the %.0f s a render may last; give --seconds to render "
+                  "the start of it", last, kMaxRenderSeconds);
+    return text;
+}
+
 RenderPlan MakePlan(const RenderOptions& options) {
     RenderPlan plan;
-    plan.seconds = options.seconds;
+    if (!options.seconds.empty()) {
+        const std::optional<double> seconds = ParseSeconds(options.seconds);
+        if (!seconds || *seconds <= 0.0 || *seconds > kMaxRenderSeconds)
+            throw UsageError("--seconds '" + options.seconds + "': expected seconds above 0, at most " +
+                             std::to_string(int(kMaxRenderSeconds)));
+        plan.seconds = seconds;
+    }
     for (const std::string& text : options.play) {
         const NoteSpec parsed = ParseNoteSpec("--play", text);
         const int velocity = parsed.velocity.value_or(127);
@@ -82,6 +104,8 @@ RenderPlan MakePlan(const RenderOptions& options) {
         const auto [knob, value] = ParseKnobSpec(text);
         plan.knobs[size_t(knob)] = value;
     }
+    if (!plan.seconds && LastEventSeconds(plan) > kMaxRenderSeconds)
+        throw UsageError("--play/--track: " + LastEventTooLate(LastEventSeconds(plan)));
     return plan;
 }
 
@@ -112,6 +136,8 @@ int RunRender(const RenderOptions& options) {
         CheckOutputPlace(options.output);
         if (!options.midiFile.empty()) {
             for (const MidiNoteEvent& event : ReadMidiFile(options.midiFile)) plan.midiNotes.push_back(event);
+            if (!plan.seconds && LastEventSeconds(plan) > kMaxRenderSeconds)
+                throw InputError(options.midiFile + ": " + LastEventTooLate(LastEventSeconds(plan)));
         }
         if (!options.inputFile.empty()) plan.input = ReadInputFile(options.inputFile, options.sampleRate);
         const Schedule schedule = BuildSchedule(plan, options.sampleRate, host.samplesPerTickExact);
@@ -160,7 +186,8 @@ int RunInfo(const std::string& patch, bool json) {
         if (json) {
             nlohmann::json document = PatchToJson(*machine.document);
             document["file"] = patch;
-            std::cout << document.dump(2) << '\n';
+            // File and block names need not be UTF-8; bad bytes show as U+FFFD instead of aborting.
+            std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
         } else {
             std::cout << PatchToText(*machine.document, patch);
         }

@@ -20,7 +20,7 @@ struct RenderOptions {
     std::vector<std::string> knobs;
     double tempo = 126.0;
     int ticksPerBeat = 4;
-    std::optional<double> seconds;
+    std::string seconds;  // as typed; empty: to the last event, then until silent
     std::string format = "float";
 };
 

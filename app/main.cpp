@@ -16,7 +16,6 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
 
     app::RenderOptions render;
-    double seconds = 0.0;
     CLI::App* renderCommand = app.add_subcommand("render", "Render a .vrkx or .vrk patch to a WAV file");
     renderCommand->add_option("patch", render.patch, "Patch file (.vrkx or .vrk)")->required();
     renderCommand->add_option("-o,--output", render.output, "Output WAV file")->required();
@@ -38,9 +37,8 @@ int main(int argc, char** argv) {
     renderCommand->add_option("--ticks-per-beat", render.ticksPerBeat, "Host ticks per beat")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
-    CLI::Option* secondsOption =
-        renderCommand->add_option("--seconds", seconds, "Length; default: to the last event, then until silent")
-            ->check(CLI::Range(0.001, 3600.0));
+    renderCommand->add_option("--seconds", render.seconds,
+                              "Length, at most 3600; default: to the last event, then until silent");
     renderCommand->add_option("--format", render.format, "Sample format: float, pcm16 or pcm24")
         ->check(CLI::IsMember({"float", "pcm16", "pcm24"}))
         ->capture_default_str();
@@ -81,7 +79,6 @@ int main(int argc, char** argv) {
     }
 
     if (*renderCommand) {
-        if (*secondsOption) render.seconds = seconds;
         return app::RunRender(render);
     }
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);

@@ -75,7 +75,7 @@ void PatchBlock::Load(const TiXmlElement& element) {
         const float value = document::ParseFloat(text);
         // Unchanged values do not cook their constants again.
         if (value != block->values[i]) {
-            block->values[i] = document::Clamp01(value);
+            block->values[i] = Clamp01(value);
             block->ParameterChanged(i);
         }
     }
@@ -99,6 +99,7 @@ void PatchConnection::Load(const TiXmlElement& element) {
     from = IntAttribute(element, "FROM", 0);
     to = IntAttribute(element, "TO", 0);
     port = IntAttribute(element, "INPUTID", 0);
+    const bool hadWire = connection != nullptr;
     if (connection) {
         engine.Disconnect(connection);
         connection = nullptr;
@@ -111,7 +112,8 @@ void PatchConnection::Load(const TiXmlElement& element) {
         fromBlock = nullptr;
         toBlock = nullptr;
     }
-    engine.RebuildOrder();
+    // A refused wire changes nothing, and a file of thousands must not rebuild each time.
+    if (hadWire || connection) engine.RebuildOrder();
 }
 
 bool PatchConnection::Touches(const PatchBlock* patchBlock) const {
@@ -163,7 +165,9 @@ void PatchGlobal::Save(TiXmlElement& element) {
 
 void PatchGlobal::Load(const TiXmlElement& element) {
     for (auto& [name, parameter] : parameters) {
-        const float value = FloatAttribute(element, name.c_str(), parameter.defaultValue);
+        // Text that is not a number counts as missing; anything else is brought into 0..1.
+        const float read = FloatAttribute(element, name.c_str(), parameter.defaultValue);
+        const float value = std::isnan(read) ? parameter.defaultValue : Clamp01(read);
         if (value != parameter.value) {
             parameter.value = value;
             ParameterChanged(parameter);
@@ -173,7 +177,8 @@ void PatchGlobal::Load(const TiXmlElement& element) {
 
 bool PatchGlobal::SetValue(const std::string& name, float value) {
     auto found = parameters.find(name);
-    if (found == parameters.end()) return false;
+    if (found == parameters.end() || std::isnan(value)) return false;
+    value = Clamp01(value);
     if (value != found->second.value) {
         found->second.value = value;
         ParameterChanged(found->second);

@@ -237,7 +237,7 @@ void VrokDoc::SetParameter(PatchBlock* patchBlock, int index, float value) {
     CAudioBlock& block = *patchBlock->block;
     if (index < 0 || index >= block.numParameters) return;
     ActionStart(patchBlock);
-    block.values[index] = document::Clamp01(value);
+    block.values[index] = Clamp01(value);
     block.ParameterChanged(index);
     ActionEnd(patchBlock);
 }
@@ -258,7 +258,7 @@ void VrokDoc::SetExternalKnob(int index, float value) {
     if (slot < 0 || slot >= kMaxBlocks) return;
     CAudioBlock* block = engine->blocks[slot];
     if (!block || block->numParameters < 1) return;
-    block->values[0] = document::Clamp01(value);
+    block->values[0] = Clamp01(value);
     block->ParameterChanged(0);
 }
 

@@ -136,7 +136,7 @@ private:
     void RunBlocks(int numSamples);
     void Visit(int id);
     void CollectRoots(int id);
-    void PolyphonyWalk(int id, bool inputPolyphonic);
+    void MarkPolyphony();
     bool PathExists(int from, int to) const;
     void StartVoice(int voice, int note, int velocity, bool retrigger);
     void SumInputs(CAudioBlock& block, int numSamples);
