@@ -71,6 +71,7 @@ struct SectionLanes {
     float* out[8];
     BiquadRecord* records[8];
     int count;
+    bool ramps;
 
     VROK_AVX2 void Load(BiquadRecord* const* r, const float* const* rowsIn, float* const* rowsOut, int n,
                         float stepScale, const float* zeros, float* scratch) {
@@ -91,15 +92,23 @@ struct SectionLanes {
             f[10][k] = q.s0;
             f[11][k] = q.s1;
         }
+        // Adding a step of +0 leaves a coefficient as it is, unless it is -0, which would
+        // turn to +0: only then, or with a real step, do the coefficients move.
+        ramps = false;
+        for (int j = 0; j < 5; ++j)
+            for (int k = 0; k < 8; ++k) ramps |= f[5 + j][k] != 0.0f || std::signbit(f[j][k]);
         __m256* v[] = {&b0, &b1, &b2, &a1, &a2, &d0, &d1, &d2, &e1, &e2, &s0, &s1};
         for (int j = 0; j < 12; ++j) *v[j] = _mm256_load_ps(f[j]);
     }
+    template <bool kRamps>
     VROK_AVX2 __m256 Step(__m256 x) {
         const __m256 y = _mm256_add_ps(_mm256_mul_ps(b0, x), s0);
         s0 = _mm256_sub_ps(_mm256_add_ps(_mm256_mul_ps(b1, x), s1), _mm256_mul_ps(a1, y));
         s1 = _mm256_sub_ps(_mm256_mul_ps(b2, x), _mm256_mul_ps(a2, y));
-        b0 = _mm256_add_ps(b0, d0), b1 = _mm256_add_ps(b1, d1), b2 = _mm256_add_ps(b2, d2);
-        a1 = _mm256_add_ps(a1, e1), a2 = _mm256_add_ps(a2, e2);
+        if constexpr (kRamps) {
+            b0 = _mm256_add_ps(b0, d0), b1 = _mm256_add_ps(b1, d1), b2 = _mm256_add_ps(b2, d2);
+            a1 = _mm256_add_ps(a1, e1), a2 = _mm256_add_ps(a2, e2);
+        }
         return y;
     }
     static VROK_AVX2 void Transpose(__m256 (&r)[8]) {
@@ -120,18 +129,19 @@ struct SectionLanes {
         }
     }
     // Eight samples from `i` of every lane, transposed in and out.
+    template <bool kRamps>
     VROK_AVX2 void Run8(int i) {
         __m256 r[8];
         for (int k = 0; k < 8; ++k) r[k] = _mm256_loadu_ps(in[k] + i);
         Transpose(r);
-        for (int k = 0; k < 8; ++k) r[k] = Step(r[k]);
+        for (int k = 0; k < 8; ++k) r[k] = Step<kRamps>(r[k]);
         Transpose(r);
         for (int k = 0; k < 8; ++k) _mm256_storeu_ps(out[k] + i, r[k]);
     }
     VROK_AVX2 void Run1(int i) {
         alignas(32) float x[8], y[8];
         for (int k = 0; k < 8; ++k) x[k] = in[k][i];
-        _mm256_store_ps(y, Step(_mm256_load_ps(x)));
+        _mm256_store_ps(y, Step<true>(_mm256_load_ps(x)));
         for (int k = 0; k < 8; ++k) out[k][i] = y[k];
     }
     VROK_AVX2 void Store() {
@@ -156,8 +166,14 @@ VROK_AVX2 void RunLanes(BiquadRecord* const* records, const float* const* in, fl
                        scratch);
     // The groups advance together, so their recursions overlap in the processor.
     int i = 0;
-    for (; i + 8 <= m; i += 8)
-        for (int g = 0; g < numGroups; ++g) groups[g].Run8(i);
+    for (; i + 8 <= m; i += 8) {
+        for (int g = 0; g < numGroups; ++g) {
+            if (groups[g].ramps)
+                groups[g].Run8<true>(i);
+            else
+                groups[g].Run8<false>(i);
+        }
+    }
     for (; i < m; ++i)
         for (int g = 0; g < numGroups; ++g) groups[g].Run1(i);
     for (int g = 0; g < numGroups; ++g) groups[g].Store();
