@@ -10,10 +10,7 @@
 #include <algorithm>
 #include <cmath>
 
-#if defined(__SSE2__)
-#include <immintrin.h>
-#endif
-
+#include "blocks/vector_lanes.h"
 #include "engine/value_format.h"
 #include "engine/vrok_instance.h"
 
@@ -101,75 +98,85 @@ void EnvelopeState::Render(float* out, int n) {
     std::fill(out + i, out + n, 0.0f);
 }
 
-void EnvelopeState::RenderTogether(EnvelopeState* const* states, float* const* out, int count, int n) {
-#if defined(__SSE2__)
-    constexpr int kLanes = 4;
-    float scratch[kMaxFrames];
-    EnvelopeState* lanes[kMaxVoices] = {};
-    float* rows[kMaxVoices];
-    const int numGroups = (count + kLanes - 1) / kLanes;
-    for (int k = 0; k < numGroups * kLanes; ++k) {
-        lanes[k] = k < count ? states[k] : nullptr;
-        rows[k] = k < count ? out[k] : scratch;
+#if defined(__x86_64__)
+namespace {
+// Eight states per register, all groups stepping through the same runs.
+VROK_AVX2 void RenderLanes(EnvelopeState* const* lanes, float* const* rows, int count, int numGroups, int i,
+                           int run) {
+    __m256 value[kMaxVoices / 8], delta[kMaxVoices / 8];
+    for (int g = 0; g < numGroups; ++g) {
+        alignas(32) float v[8], d[8];
+        for (int k = 0; k < 8; ++k) {
+            const EnvelopeState* s = lanes[g * 8 + k];
+            v[k] = s ? s->value : 0.0f;
+            d[k] = s ? s->delta : 0.0f;
+        }
+        value[g] = _mm256_load_ps(v);
+        delta[g] = _mm256_load_ps(d);
     }
-    int i = 0;
-    while (i < n) {
-        // The longest run in which no voice changes stage.
-        int run = n - i;
-        for (int k = 0; k < count; ++k)
-            if (lanes[k]->IsRamping() && lanes[k]->remaining > 0) run = std::min(run, lanes[k]->remaining);
-        __m128 value[kMaxVoices / kLanes], delta[kMaxVoices / kLanes];
+    int j = 0;
+    for (; j + 8 <= run; j += 8) {
         for (int g = 0; g < numGroups; ++g) {
-            alignas(16) float v[kLanes], d[kLanes];
-            for (int k = 0; k < kLanes; ++k) {
-                const EnvelopeState* s = lanes[g * kLanes + k];
-                v[k] = s ? s->value : 0.0f;
-                d[k] = s ? s->delta : 0.0f;
-            }
-            value[g] = _mm_load_ps(v);
-            delta[g] = _mm_load_ps(d);
+            __m256 r[8];
+            r[0] = _mm256_add_ps(value[g], delta[g]);
+            for (int k = 1; k < 8; ++k) r[k] = _mm256_add_ps(r[k - 1], delta[g]);
+            value[g] = r[7];
+            Transpose8(r);
+            for (int k = 0; k < 8; ++k) _mm256_storeu_ps(rows[g * 8 + k] + i + j, r[k]);
         }
-        int j = 0;
-        for (; j + 4 <= run; j += 4) {
-            for (int g = 0; g < numGroups; ++g) {
-                __m128 r0 = _mm_add_ps(value[g], delta[g]);
-                __m128 r1 = _mm_add_ps(r0, delta[g]);
-                __m128 r2 = _mm_add_ps(r1, delta[g]);
-                __m128 r3 = _mm_add_ps(r2, delta[g]);
-                value[g] = r3;
-                _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-                float* const* row = rows + g * kLanes;
-                _mm_storeu_ps(row[0] + i + j, r0), _mm_storeu_ps(row[1] + i + j, r1);
-                _mm_storeu_ps(row[2] + i + j, r2), _mm_storeu_ps(row[3] + i + j, r3);
-            }
-        }
-        for (; j < run; ++j) {
-            for (int g = 0; g < numGroups; ++g) {
-                value[g] = _mm_add_ps(value[g], delta[g]);
-                alignas(16) float v[kLanes];
-                _mm_store_ps(v, value[g]);
-                for (int k = 0; k < kLanes; ++k) rows[g * kLanes + k][i + j] = v[k];
-            }
-        }
-        i += run;
+    }
+    for (; j < run; ++j) {
         for (int g = 0; g < numGroups; ++g) {
-            alignas(16) float v[kLanes];
-            _mm_store_ps(v, value[g]);
-            for (int k = 0; k < kLanes && g * kLanes + k < count; ++k) {
-                EnvelopeState& s = *lanes[g * kLanes + k];
-                s.value = v[k];
-                if (s.stage == kStageSustain || s.stage == kStageIdle) continue;
+            value[g] = _mm256_add_ps(value[g], delta[g]);
+            alignas(32) float v[8];
+            _mm256_store_ps(v, value[g]);
+            for (int k = 0; k < 8; ++k) rows[g * 8 + k][i + j] = v[k];
+        }
+    }
+    for (int g = 0; g < numGroups; ++g) {
+        alignas(32) float v[8];
+        _mm256_store_ps(v, value[g]);
+        for (int k = 0; k < 8 && g * 8 + k < count; ++k) lanes[g * 8 + k]->value = v[k];
+    }
+}
+}  // namespace
+#endif
+
+void EnvelopeState::RenderTogether(EnvelopeState* const* states, float* const* out, int count, int n) {
+#if defined(__x86_64__)
+    if (CpuHasAvx2()) {
+        float scratch[kMaxFrames];
+        EnvelopeState* lanes[kMaxVoices] = {};
+        float* rows[kMaxVoices];
+        const int numGroups = (count + 7) / 8;
+        for (int k = 0; k < numGroups * 8; ++k) {
+            lanes[k] = k < count ? states[k] : nullptr;
+            rows[k] = k < count ? out[k] : scratch;
+        }
+        int i = 0;
+        while (i < n) {
+            // The longest run in which no voice changes stage. Sustain adds a delta of 0
+            // and an ended voice adds 0 to 0, so both ride along unchanged.
+            int run = n - i;
+            for (int k = 0; k < count; ++k)
+                if (lanes[k]->IsRamping() && lanes[k]->remaining > 0)
+                    run = std::min(run, lanes[k]->remaining);
+            RenderLanes(lanes, rows, count, numGroups, i, run);
+            i += run;
+            for (int k = 0; k < count; ++k) {
+                EnvelopeState& s = *lanes[k];
+                if (!s.IsRamping()) continue;
                 s.remaining -= run;
                 if (s.remaining == 0) {
                     s.EnterStage();
-                    rows[g * kLanes + k][i - 1] = s.value;
+                    rows[k][i - 1] = s.value;
                 }
             }
         }
+        return;
     }
-#else
-    for (int k = 0; k < count; ++k) states[k]->Render(out[k], n);
 #endif
+    for (int k = 0; k < count; ++k) states[k]->Render(out[k], n);
 }
 
 // [SECTION] CEnvelopeBlock

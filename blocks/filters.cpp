@@ -10,10 +10,7 @@
 #include <cstring>
 #include <numbers>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
+#include "blocks/vector_lanes.h"
 #include "engine/value_format.h"
 #include "engine/vrok_instance.h"
 
@@ -61,8 +58,6 @@ void BiquadRecord::RampedRun(const float* in, float* out, int m, float stepScale
 namespace {
 
 #if defined(__x86_64__)
-#define VROK_AVX2 __attribute__((target("avx2")))
-
 // Eight sections in the lanes of AVX registers. Every operation is the scalar one, lane by
 // lane, in the same order, so the results are the same to the bit.
 struct SectionLanes {
@@ -111,31 +106,14 @@ struct SectionLanes {
         }
         return y;
     }
-    static VROK_AVX2 void Transpose(__m256 (&r)[8]) {
-        __m256 t[8], u[8];
-        for (int k = 0; k < 8; k += 2) {
-            t[k] = _mm256_unpacklo_ps(r[k], r[k + 1]);
-            t[k + 1] = _mm256_unpackhi_ps(r[k], r[k + 1]);
-        }
-        for (int k = 0; k < 8; k += 4) {
-            u[k] = _mm256_shuffle_ps(t[k], t[k + 2], _MM_SHUFFLE(1, 0, 1, 0));
-            u[k + 1] = _mm256_shuffle_ps(t[k], t[k + 2], _MM_SHUFFLE(3, 2, 3, 2));
-            u[k + 2] = _mm256_shuffle_ps(t[k + 1], t[k + 3], _MM_SHUFFLE(1, 0, 1, 0));
-            u[k + 3] = _mm256_shuffle_ps(t[k + 1], t[k + 3], _MM_SHUFFLE(3, 2, 3, 2));
-        }
-        for (int k = 0; k < 4; ++k) {
-            r[k] = _mm256_permute2f128_ps(u[k], u[k + 4], 0x20);
-            r[k + 4] = _mm256_permute2f128_ps(u[k], u[k + 4], 0x31);
-        }
-    }
     // Eight samples from `i` of every lane, transposed in and out.
     template <bool kRamps>
     VROK_AVX2 void Run8(int i) {
         __m256 r[8];
         for (int k = 0; k < 8; ++k) r[k] = _mm256_loadu_ps(in[k] + i);
-        Transpose(r);
+        Transpose8(r);
         for (int k = 0; k < 8; ++k) r[k] = Step<kRamps>(r[k]);
-        Transpose(r);
+        Transpose8(r);
         for (int k = 0; k < 8; ++k) _mm256_storeu_ps(out[k] + i, r[k]);
     }
     VROK_AVX2 void Run1(int i) {
@@ -179,11 +157,6 @@ VROK_AVX2 void RunLanes(BiquadRecord* const* records, const float* const* in, fl
     for (int g = 0; g < numGroups; ++g) groups[g].Store();
 }
 
-// Asked once at start, before any audio runs.
-const bool kHasAvx2 = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") != 0;
-}();
 #endif
 
 }  // namespace
@@ -191,7 +164,7 @@ const bool kHasAvx2 = [] {
 void RampedRunTogether(BiquadRecord* const* records, const float* const* in, float* const* out, int count,
                        int m, float stepScale) {
 #if defined(__x86_64__)
-    if (kHasAvx2) {
+    if (CpuHasAvx2()) {
         RunLanes(records, in, out, count, m, stepScale);
         return;
     }

@@ -16,10 +16,7 @@
 #include <cstdint>
 #include <numbers>
 
-#if defined(__SSE2__)
-#include <immintrin.h>
-#endif
-
+#include "blocks/vector_lanes.h"
 #include "engine/value_format.h"
 
 // [SECTION] Shared
@@ -328,6 +325,26 @@ constexpr ParamRow kAmpRows[] = {
     {"Factor", ParamKind::Slider, 0.5f, ValueText::Custom},
 };
 constexpr int kAmplitudePort = 1;
+
+#if defined(__x86_64__)
+// The modulated loop eight samples at a time, up to the last whole eight; returns where it
+// stopped. The compiler will not vectorise the clamp on its own (the compares might trap).
+// maxps(lo, m) is "m < lo ? lo : m" exactly, NaN included, and minps likewise, so this is
+// the scalar loop to the bit.
+VROK_AVX2 int AmplifyModulated(const float* in, const float* mod, float* out, float g, int n) {
+    const __m256 lo = _mm256_set1_ps(-1.0f), hi = _mm256_set1_ps(1.0f), gv = _mm256_set1_ps(g);
+    const __m256 magnitude = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m256 m = _mm256_min_ps(hi, _mm256_max_ps(lo, _mm256_loadu_ps(mod + i)));
+        const __m256 law = _mm256_mul_ps(m, _mm256_and_ps(m, magnitude));
+        _mm256_storeu_ps(out + i, _mm256_mul_ps(_mm256_mul_ps(_mm256_loadu_ps(in + i), gv), law));
+    }
+    return i;
+}
+#else
+int AmplifyModulated(const float*, const float*, float*, float, int) { return 0; }
+#endif
 }  // namespace
 
 CAmpBlock::CAmpBlock(VrokInstance* engine, float sampleRate) : CAudioBlock(engine, sampleRate) {
@@ -356,19 +373,7 @@ void CAmpBlock::Work(int voice, int numSamples) {
         // Wired but silent for this voice: the voice stops.
         if (!PortHasData(kAmplitudePort, voice)) return;
         const float* __restrict mod = ports[kAmplitudePort]->buffer[voice];
-        int i = 0;
-#if defined(__SSE2__)
-        // The compiler will not turn the clamp into vector code on its own (the compares
-        // might trap). maxps(lo, m) is "m < lo ? lo : m" exactly, NaN included, and minps
-        // likewise, so this is the scalar loop four at a time.
-        const __m128 lo = _mm_set1_ps(-1.0f), hi = _mm_set1_ps(1.0f), gv = _mm_set1_ps(g);
-        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
-        for (; i + 4 <= numSamples; i += 4) {
-            const __m128 m = _mm_min_ps(hi, _mm_max_ps(lo, _mm_loadu_ps(mod + i)));
-            const __m128 law = _mm_mul_ps(m, _mm_and_ps(m, magnitude));
-            _mm_storeu_ps(out + i, _mm_mul_ps(_mm_mul_ps(_mm_loadu_ps(in + i), gv), law));
-        }
-#endif
+        int i = CpuHasAvx2() ? AmplifyModulated(in, mod, out, g, numSamples) : 0;
         for (; i < numSamples; ++i) {
             float m = mod[i];
             m = m < -1.0f ? -1.0f : m;
