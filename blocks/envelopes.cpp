@@ -316,6 +316,9 @@ void RasteriseCurve(const CurvePoint (&p)[4], float* table) {
 
 float ReadCurve(const float* table, float u) {
     const float at = u * float(kCurveSize - 1);
+    // Below the start only a stage of undefined length (a negative modulated sum) drifts
+    // there; it reads the first entry rather than outside the table.
+    if (!(at > 0.0f)) return table[0];
     const int i = int(at);
     if (i >= kCurveSize - 1) return table[kCurveSize - 1];
     return table[i] + (table[i + 1] - table[i]) * (at - float(i));
@@ -627,6 +630,9 @@ void CCustomEnvelopeBlock::NoteOff(int voice) {
 }
 
 float CCustomEnvelopeBlock::Read(float at) const {
+    // A position just below 0 extrapolates from the first two points; anything beyond the
+    // curve (a NaN from the speed port, or a speed of undefined length) reads point 0.
+    if (!(at > -1.0f && at < float(kPoints + 1))) at = 0.0f;
     const int i = int(at);
     return curve[i] + (curve[i + 1] - curve[i]) * (at - float(i));
 }

@@ -97,7 +97,8 @@ std::string CWaveShaper::DescribeValue(int index, float value) {
 }
 
 float CWaveShaper::Lookup(float position) const {
-    const float p = std::clamp(position, 0.0f, kLastPosition);
+    // Written so that NaN lands on point 0 instead of indexing with an undefined integer.
+    const float p = position > 0.0f ? std::min(position, kLastPosition) : 0.0f;
     const int i = int(p);
     const float t = p - float(i);
     return shapeTable[i] * (1.0f - t) + shapeTable[i + 1] * t;
@@ -219,7 +220,8 @@ struct CrushDepth {
     float scale;
 
     explicit CrushDepth(float bitsValue) {
-        const float b = std::sqrt(bitsValue) * 20.0f;
+        // A NaN from the port would make the shift undefined; it counts as 0.
+        const float b = std::sqrt(bitsValue >= 0.0f ? bitsValue : 0.0f) * 20.0f;
         const float i = std::floor(b);
         shift = int(i);
         fraction = b - i;

@@ -226,6 +226,9 @@ TEST(EnvelopeCurves, RasterisedChordsFollowTheCurve) {
     EXPECT_EQ(table[kCurveSize], table[kCurveSize - 1]) << "guard entry";
     EXPECT_NEAR(ReadCurve(table, 0.5f), 0.5f * 1023.0f / 1024.0f, 1.0f / 1024.0f);
     EXPECT_EQ(ReadCurve(table, 1.02f), table[kCurveSize - 1]) << "past the end holds the last entry";
+    // Only a stage of undefined length runs backwards; it reads the first entry.
+    EXPECT_EQ(ReadCurve(table, -0.5f), table[0]);
+    EXPECT_EQ(ReadCurve(table, NAN), table[0]);
     // A curve that never reaches x > 0 leaves the table as it was.
     float untouched[kCurveSize + 1];
     std::fill(std::begin(untouched), std::end(untouched), 7.0f);
@@ -300,4 +303,11 @@ TEST(CustomEnvelopeWork, SpeedLoopSustainAndWrap) {
     custom.ParameterChanged(10);
     EXPECT_EQ(custom.values[10], 1.0f);
     EXPECT_EQ(custom.curve[6], 1.0f);
+}
+
+TEST(CustomEnvelopeEdges, NotANumberSpeedNeverReadsOutsideTheCurve) {
+    CCustomEnvelopeBlock custom(&Engine(), kRate);
+    custom.NoteOn(100, 0);
+    for (int b = 0; b < 4; ++b) Step(custom, 64, 1, [&] { Feed(custom, 0, 0, 64, Const(NAN)); });
+    EXPECT_EQ(custom.active[0], 1);
 }

@@ -211,3 +211,18 @@ TEST(CrossfadeWork, ModesOneSidedSignalsAndModulatedBalance) {
     Step(fade, 4, 1, [&] { Feed(fade, 2, 0, 4, Const(0.5f)); });
     EXPECT_EQ(fade.active[0], 0) << "no signal: modulation writes nothing";
 }
+
+TEST(ShapersEdges, NotANumberNeverIndexesOutsideATable) {
+    CWaveShaper shaper(&Engine(), kRate);
+    Step(shaper, 8, 1, [&] {
+        Feed(shaper, 0, 0, 8, Const(NAN));
+        Feed(shaper, 2, 0, 8, Const(NAN));
+    });
+    EXPECT_EQ(shaper.active[0], 1);
+    CBitCrusherBlock crusher(&Engine(), kRate);
+    Step(crusher, 8, 1, [&] {
+        Feed(crusher, 0, 0, 8, Const(0.5f));
+        Feed(crusher, 1, 0, 8, Const(NAN));
+    });
+    EXPECT_EQ(crusher.output[0][0], std::trunc(0.5f * 1048576.0f) / 1048576.0f) << "NaN bits count as 0";
+}
