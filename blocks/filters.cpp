@@ -95,16 +95,25 @@ struct SectionLanes {
         __m256* v[] = {&b0, &b1, &b2, &a1, &a2, &d0, &d1, &d2, &e1, &e2, &s0, &s1};
         for (int j = 0; j < 12; ++j) *v[j] = _mm256_load_ps(f[j]);
     }
+    // One sample of every lane. The state is passed in locals so that a run of steps
+    // keeps it in registers: through memory, each step would wait on a store.
+    struct State {
+        __m256 b0, b1, b2, a1, a2, s0, s1;
+    };
     template <bool kRamps>
-    VROK_AVX2 __m256 Step(__m256 x) {
-        const __m256 y = _mm256_add_ps(_mm256_mul_ps(b0, x), s0);
-        s0 = _mm256_sub_ps(_mm256_add_ps(_mm256_mul_ps(b1, x), s1), _mm256_mul_ps(a1, y));
-        s1 = _mm256_sub_ps(_mm256_mul_ps(b2, x), _mm256_mul_ps(a2, y));
+    VROK_AVX2 __m256 Step(State& q, __m256 x) const {
+        const __m256 y = _mm256_add_ps(_mm256_mul_ps(q.b0, x), q.s0);
+        q.s0 = _mm256_sub_ps(_mm256_add_ps(_mm256_mul_ps(q.b1, x), q.s1), _mm256_mul_ps(q.a1, y));
+        q.s1 = _mm256_sub_ps(_mm256_mul_ps(q.b2, x), _mm256_mul_ps(q.a2, y));
         if constexpr (kRamps) {
-            b0 = _mm256_add_ps(b0, d0), b1 = _mm256_add_ps(b1, d1), b2 = _mm256_add_ps(b2, d2);
-            a1 = _mm256_add_ps(a1, e1), a2 = _mm256_add_ps(a2, e2);
+            q.b0 = _mm256_add_ps(q.b0, d0), q.b1 = _mm256_add_ps(q.b1, d1), q.b2 = _mm256_add_ps(q.b2, d2);
+            q.a1 = _mm256_add_ps(q.a1, e1), q.a2 = _mm256_add_ps(q.a2, e2);
         }
         return y;
+    }
+    VROK_AVX2 State Take() const { return {b0, b1, b2, a1, a2, s0, s1}; }
+    VROK_AVX2 void Keep(const State& q) {
+        b0 = q.b0, b1 = q.b1, b2 = q.b2, a1 = q.a1, a2 = q.a2, s0 = q.s0, s1 = q.s1;
     }
     // Eight samples from `i` of every lane, transposed in and out.
     template <bool kRamps>
@@ -112,14 +121,18 @@ struct SectionLanes {
         __m256 r[8];
         for (int k = 0; k < 8; ++k) r[k] = _mm256_loadu_ps(in[k] + i);
         Transpose8(r);
-        for (int k = 0; k < 8; ++k) r[k] = Step<kRamps>(r[k]);
+        State q = Take();
+        for (int k = 0; k < 8; ++k) r[k] = Step<kRamps>(q, r[k]);
+        Keep(q);
         Transpose8(r);
         for (int k = 0; k < 8; ++k) _mm256_storeu_ps(out[k] + i, r[k]);
     }
     VROK_AVX2 void Run1(int i) {
         alignas(32) float x[8], y[8];
         for (int k = 0; k < 8; ++k) x[k] = in[k][i];
-        _mm256_store_ps(y, Step<true>(_mm256_load_ps(x)));
+        State q = Take();
+        _mm256_store_ps(y, Step<true>(q, _mm256_load_ps(x)));
+        Keep(q);
         for (int k = 0; k < 8; ++k) out[k][i] = y[k];
     }
     VROK_AVX2 void Store() {
@@ -335,10 +348,17 @@ void CFilterBlock::ReadSnapshots(float (&sets)[kMaxVoices + 1][5]) {
 }
 
 void CFilterBlock::DesignVoice(int voice, float cutoff, float resonance) {
+    BiquadRecord designed;
+    Design(designed, filterType.load(std::memory_order_relaxed), cutoff, resonance, sampleRate);
+    ApplyDesign(voice, designed);
+}
+
+void CFilterBlock::ApplyDesign(int voice, const BiquadRecord& designed) {
     BiquadRecord& r = records[voice];
     if (resetPending[voice]) r.ClearState();
     displayChanged.store(true, std::memory_order_relaxed);
-    Design(r, filterType.load(std::memory_order_relaxed), cutoff, resonance, sampleRate);
+    r.targetB0 = designed.targetB0, r.targetB1 = designed.targetB1, r.targetB2 = designed.targetB2;
+    r.targetA1 = designed.targetA1, r.targetA2 = designed.targetA2;
     r.GuardDenormals();
     r.GuardRunaway();
     if (resetPending[voice]) {
@@ -364,13 +384,17 @@ void CFilterBlock::RunUnmodulatedVoicesTogether(int numSamples) {
     const float* in[kMaxVoices];
     float* out[kMaxVoices];
     int count = 0;
+    // Unmodulated, every voice gets the same design: it is made once.
+    BiquadRecord designed;
+    Design(designed, filterType.load(std::memory_order_relaxed), cutoffValue.load(std::memory_order_relaxed),
+           values[kResonance], sampleRate);
     for (int v = 0; v < engine->numVoices; ++v) {
         if (!PortHasData(kAudioPort, v) || PortHasData(kCutoffPort, v) || PortHasData(kResonancePort, v))
             continue;
         // What Work would do for this voice before its run.
         if (!wasActive[v]) resetPending[v] = true;
         wasActive[v] = true;
-        DesignVoice(v, cutoffValue.load(std::memory_order_relaxed), values[kResonance]);
+        ApplyDesign(v, designed);
         together[count] = &records[v];
         in[count] = ports[kAudioPort]->buffer[v];
         out[count] = output[v];

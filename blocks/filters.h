@@ -102,8 +102,10 @@ public:
     std::atomic<bool> displayChanged{false};
 
 private:
-    // The steps of one voice's design: pending reset, design, guard, jump to target.
+    // The steps of one voice's design: pending reset, design, guards, jump to target.
     void DesignVoice(int voice, float cutoff, float resonance);
+    // The same steps with the coefficients designed already.
+    void ApplyDesign(int voice, const BiquadRecord& designed);
     // Cutoff and resonance values at sample `i` of `voice`, with written ports added.
     float ModulatedCutoff(int voice, int i) const;
     float ModulatedResonance(int voice, int i) const;
