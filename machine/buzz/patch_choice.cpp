@@ -96,7 +96,7 @@ void PatchChoice::Run() {
 void PatchChoice::Load(int number) {
     VrokDoc& document = *machine.document;
     const std::string folder = PatchFolder();
-    const std::string path = FindPatchFile(folder, number);
+    const std::string path = number == 0 && restored ? std::string() : FindPatchFile(folder, number);
     if (path.empty()) {
         if (number == 0 && replaced) {
             std::lock_guard guard(machine.machineLock);

@@ -1,7 +1,8 @@
 // The patch a tracker song picks by number. The tracker saves no machine data, so a song
 // keeps an attribute, and the number names a file in the user's patch folder:
-// "7 bass.vrkx" (or "007-bass.vrk") is patch 7. Patch 0 is what a machine starts with:
-// a file numbered 0 if there is one, otherwise the built-in default patch.
+// "7 bass.vrkx" (or "007-bass.vrk") is patch 7. Patch 0 is the machine's own patch: the
+// one the host restored from saved state if it did, else a file numbered 0 if there is
+// one, else the built-in default patch.
 //
 // Loading runs on a thread of its own, started at the first request, so neither the
 // host's registry scan nor its audio thread ever reads a file.
@@ -38,6 +39,11 @@ public:
     // one asked starts its load and waits for it, at most `waitMs`, so the notes of this
     // tick reach the new patch; a slower load lands later. Repeats cost a comparison.
     void Want(int number, int waitMs = 2000);
+    // The host restored the machine's state: patch 0 keeps it. Call before the first Want.
+    void KeepRestored() {
+        restored = true;
+        asked = 0;
+    }
 
 private:
     void Run();
@@ -55,6 +61,7 @@ private:
     // Only the loader thread uses these.
     std::string builtIn;
     bool replaced = false;
+    bool restored = false;
 };
 
 }  // namespace buzz

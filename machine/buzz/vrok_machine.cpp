@@ -150,6 +150,7 @@ void VrokMachine::Init(CMachineDataInput* input) {
         PrepareEngine();
         HostInput reader(*input);
         shell->Init(&reader);
+        patchChoice->KeepRestored();
     } else {
         shell->Init(nullptr);
     }
