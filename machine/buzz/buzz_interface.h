@@ -101,60 +101,61 @@ class CMDKMachineInterface;
 // [Host callbacks] Slots 0..47; the Linux host has nothing after GetInput.
 class CMICallbacks {
 public:
-    virtual const void* GetWave(int wave) = 0;                                  // 0
-    virtual const void* GetWaveLevel(int wave, int level) = 0;                  // 1
-    virtual void MessageBox(const char* text) = 0;                              // 2
-    virtual void Lock() = 0;                                                    // 3
-    virtual void Unlock() = 0;                                                  // 4
-    virtual int GetWritePos() = 0;                                              // 5
-    virtual int GetPlayPos() = 0;                                               // 6
-    virtual float* GetAuxBuffer() = 0;                                          // 7
-    virtual void ClearAuxBuffer() = 0;                                          // 8
-    virtual int GetFreeWave() = 0;                                              // 9
-    virtual bool AllocateWave(int wave, int size, const char* name) = 0;        // 10
-    virtual void ScheduleEvent(int time, unsigned long data) = 0;               // 11
-    virtual void MidiOut(int device, unsigned long data) = 0;                   // 12
-    virtual const short* GetOscillatorTable(int waveform) = 0;                  // 13
-    virtual int GetEnvSize(int wave, int envelope) = 0;                         // 14
+    virtual const void* GetWave(int wave) = 0;                                                          // 0
+    virtual const void* GetWaveLevel(int wave, int level) = 0;                                          // 1
+    virtual void MessageBox(const char* text) = 0;                                                      // 2
+    virtual void Lock() = 0;                                                                            // 3
+    virtual void Unlock() = 0;                                                                          // 4
+    virtual int GetWritePos() = 0;                                                                      // 5
+    virtual int GetPlayPos() = 0;                                                                       // 6
+    virtual float* GetAuxBuffer() = 0;                                                                  // 7
+    virtual void ClearAuxBuffer() = 0;                                                                  // 8
+    virtual int GetFreeWave() = 0;                                                                      // 9
+    virtual bool AllocateWave(int wave, int size, const char* name) = 0;                                // 10
+    virtual void ScheduleEvent(int time, unsigned long data) = 0;                                       // 11
+    virtual void MidiOut(int device, unsigned long data) = 0;                                           // 12
+    virtual const short* GetOscillatorTable(int waveform) = 0;                                          // 13
+    virtual int GetEnvSize(int wave, int envelope) = 0;                                                 // 14
     virtual bool GetEnvPoint(int wave, int envelope, int i, uint16_t& x, uint16_t& y, int& flags) = 0;  // 15
-    // (-1, -1) answers the stereo helper of §MDK below.
-    virtual void* GetNearestWaveLevel(int wave, int note) = 0;                  // 16
-    virtual void SetNumberOfTracks(int n) = 0;                                  // 17
-    virtual void* CreatePattern(const char* name, int length) = 0;              // 18
-    virtual void* GetPattern(int index) = 0;                                    // 19
-    virtual const char* GetPatternName(void* pattern) = 0;                      // 20
-    virtual void RenamePattern(const char* oldName, const char* newName) = 0;   // 21
-    virtual void DeletePattern(void* pattern) = 0;                              // 22
-    virtual int GetPatternData(void* pattern, int row, int group, int track, int field) = 0;             // 23
-    virtual void SetPatternData(void* pattern, int row, int group, int track, int field, int value) = 0;  // 24
-    virtual void* CreateSequence() = 0;                                         // 25
-    virtual void DeleteSequence(void* sequence) = 0;                            // 26
-    virtual void* GetSequenceData(int row) = 0;                                 // 27
-    virtual void SetSequenceData(int row, void* pattern) = 0;                   // 28
-    virtual void SetMachineInterfaceEx(CMachineInterfaceEx* extension) = 0;     // 29
-    virtual void ControlChangeObsolete(int group, int track, int param, int value) = 0;  // 30
-    virtual int ADGetnumChannels(bool input) = 0;                               // 31
-    virtual void ADWrite(int channel, float* samples, int numSamples) = 0;      // 32
-    virtual void ADRead(int channel, float* samples, int numSamples) = 0;       // 33
-    virtual CMachine* GetThisMachine() = 0;                                     // 34
+    // (-1, -1) answers the stereo helper ([MDK] below).
+    virtual void* GetNearestWaveLevel(int wave, int note) = 0;                                // 16
+    virtual void SetNumberOfTracks(int n) = 0;                                                // 17
+    virtual void* CreatePattern(const char* name, int length) = 0;                            // 18
+    virtual void* GetPattern(int index) = 0;                                                  // 19
+    virtual const char* GetPatternName(void* pattern) = 0;                                    // 20
+    virtual void RenamePattern(const char* oldName, const char* newName) = 0;                 // 21
+    virtual void DeletePattern(void* pattern) = 0;                                            // 22
+    virtual int GetPatternData(void* pattern, int row, int group, int track, int field) = 0;  // 23
+    virtual void SetPatternData(void* pattern, int row, int group, int track, int field,
+                                int value) = 0;                                                     // 24
+    virtual void* CreateSequence() = 0;                                                             // 25
+    virtual void DeleteSequence(void* sequence) = 0;                                                // 26
+    virtual void* GetSequenceData(int row) = 0;                                                     // 27
+    virtual void SetSequenceData(int row, void* pattern) = 0;                                       // 28
+    virtual void SetMachineInterfaceEx(CMachineInterfaceEx* extension) = 0;                         // 29
+    virtual void ControlChangeObsolete(int group, int track, int param, int value) = 0;             // 30
+    virtual int ADGetnumChannels(bool input) = 0;                                                   // 31
+    virtual void ADWrite(int channel, float* samples, int numSamples) = 0;                          // 32
+    virtual void ADRead(int channel, float* samples, int numSamples) = 0;                           // 33
+    virtual CMachine* GetThisMachine() = 0;                                                         // 34
     virtual void ControlChange(CMachine* machine, int group, int track, int param, int value) = 0;  // 35
-    virtual void* GetPlayingSequence(CMachine* machine) = 0;                    // 36
-    virtual void* GetPlayingRow(void* sequence, int group, int track) = 0;      // 37
-    virtual int GetStateFlags() = 0;                                            // 38
-    virtual void SetnumOutputChannels(CMachine* machine, int n) = 0;            // 39
+    virtual void* GetPlayingSequence(CMachine* machine) = 0;                                        // 36
+    virtual void* GetPlayingRow(void* sequence, int group, int track) = 0;                          // 37
+    virtual int GetStateFlags() = 0;                                                                // 38
+    virtual void SetnumOutputChannels(CMachine* machine, int n) = 0;                                // 39
     // The handler is a pointer to member: two machine words, passed as one argument.
     struct MemberHandler {
         void* function;
         std::ptrdiff_t adjust;
     };
     virtual void SetEventHandler(CMachine* machine, int type, MemberHandler handler, void* param) = 0;  // 40
-    virtual const char* GetWaveName(int wave) = 0;                              // 41
-    virtual void SetInternalWaveName(CMachine* machine, int wave, const char* name) = 0;  // 42
-    virtual void GetMachineNames(CMachineDataOutput* output) = 0;               // 43
-    virtual CMachine* GetMachine(const char* name) = 0;                         // 44
-    virtual const CMachineInfo* GetMachineInfo(CMachine* machine) = 0;          // 45
-    virtual const char* GetMachineName(CMachine* machine) = 0;                  // 46
-    virtual bool GetInput(int index, float* samples, int numSamples, bool stereo, float* extra) = 0;  // 47
+    virtual const char* GetWaveName(int wave) = 0;                                                      // 41
+    virtual void SetInternalWaveName(CMachine* machine, int wave, const char* name) = 0;                // 42
+    virtual void GetMachineNames(CMachineDataOutput* output) = 0;                                       // 43
+    virtual CMachine* GetMachine(const char* name) = 0;                                                 // 44
+    virtual const CMachineInfo* GetMachineInfo(CMachine* machine) = 0;                                  // 45
+    virtual const char* GetMachineName(CMachine* machine) = 0;                                          // 46
+    virtual bool GetInput(int index, float* samples, int numSamples, bool stereo, float* extra) = 0;    // 47
 
 protected:
     ~CMICallbacks() = default;
@@ -163,25 +164,25 @@ protected:
 // [Machine] The host deletes a machine through slot 1 and calls slots 2..19 by position.
 class CMachineInterface {
 public:
-    virtual ~CMachineInterface() = default;                                            // 0, 1
-    virtual void Init(CMachineDataInput* input) {}                                     // 2
-    virtual void Tick() {}                                                             // 3
-    virtual bool Work(float* samples, int numSamples, int mode) { return false; }      // 4
+    virtual ~CMachineInterface() = default;                                                           // 0, 1
+    virtual void Init(CMachineDataInput* input) {}                                                    // 2
+    virtual void Tick() {}                                                                            // 3
+    virtual bool Work(float* samples, int numSamples, int mode) { return false; }                     // 4
     virtual bool WorkMonoToStereo(float* in, float* out, int numSamples, int mode) { return false; }  // 5
-    virtual void Stop() {}                                                             // 6
-    virtual void Save(CMachineDataOutput* output) {}                                   // 7
-    virtual void AttributesChanged() {}                                                // 8
-    virtual void Command(int index) {}                                                 // 9
-    virtual void SetNumTracks(int n) {}                                                // 10
-    virtual void MuteTrack(int index) {}                                               // 11
-    virtual bool IsTrackMuted(int index) const { return false; }                       // 12
-    virtual void MidiNote(int channel, int value, int velocity) {}                     // 13
-    virtual void Event(unsigned long data) {}                                          // 14
-    virtual const char* DescribeValue(int param, int value) { return nullptr; }        // 15
-    virtual const void* GetEnvelopeInfos() { return nullptr; }                         // 16
-    virtual bool PlayWave(int wave, int note, float volume) { return false; }          // 17
-    virtual void StopWave() {}                                                         // 18
-    virtual int GetWaveEnvPlayPos(int envelope) { return -1; }                         // 19
+    virtual void Stop() {}                                                                            // 6
+    virtual void Save(CMachineDataOutput* output) {}                                                  // 7
+    virtual void AttributesChanged() {}                                                               // 8
+    virtual void Command(int index) {}                                                                // 9
+    virtual void SetNumTracks(int n) {}                                                               // 10
+    virtual void MuteTrack(int index) {}                                                              // 11
+    virtual bool IsTrackMuted(int index) const { return false; }                                      // 12
+    virtual void MidiNote(int channel, int value, int velocity) {}                                    // 13
+    virtual void Event(unsigned long data) {}                                                         // 14
+    virtual const char* DescribeValue(int param, int value) { return nullptr; }                       // 15
+    virtual const void* GetEnvelopeInfos() { return nullptr; }                                        // 16
+    virtual bool PlayWave(int wave, int note, float volume) { return false; }                         // 17
+    virtual void StopWave() {}                                                                        // 18
+    virtual int GetWaveEnvPlayPos(int envelope) { return -1; }                                        // 19
 
     // Set by the machine's constructor; the host writes the values before Tick.
     void* GlobalVals = nullptr;
@@ -214,19 +215,19 @@ protected:
 // asks for stereo output gets stereo in and out, in place, through WorkMonoToStereo.
 class CMDKImplementation {
 public:
-    virtual ~CMDKImplementation() = default;                                   // 0, 1
-    virtual void AddInput(const char* name, bool stereo) = 0;                  // 2
-    virtual void DeleteInput(const char* name) = 0;                            // 3
-    virtual void RenameInput(const char* oldName, const char* newName) = 0;    // 4
-    virtual void SetInputChannels(const char* name, bool stereo) = 0;          // 5
-    virtual void Input(float* samples, int numSamples, float amplitude) = 0;   // 6
-    virtual bool Work(float* samples, int numSamples, int mode) = 0;           // 7
+    virtual ~CMDKImplementation() = default;                                             // 0, 1
+    virtual void AddInput(const char* name, bool stereo) = 0;                            // 2
+    virtual void DeleteInput(const char* name) = 0;                                      // 3
+    virtual void RenameInput(const char* oldName, const char* newName) = 0;              // 4
+    virtual void SetInputChannels(const char* name, bool stereo) = 0;                    // 5
+    virtual void Input(float* samples, int numSamples, float amplitude) = 0;             // 6
+    virtual bool Work(float* samples, int numSamples, int mode) = 0;                     // 7
     virtual bool WorkMonoToStereo(float* in, float* out, int numSamples, int mode) = 0;  // 8
     // Reads a version byte from a non-null input, then calls the machine's MDKInit.
-    virtual void Init(CMachineDataInput* input) = 0;                           // 9
-    virtual void Save(CMachineDataOutput* output) = 0;                         // 10
+    virtual void Init(CMachineDataInput* input) = 0;    // 9
+    virtual void Save(CMachineDataOutput* output) = 0;  // 10
     // True: two channels; calls the machine's OutputModeChanged.
-    virtual void SetOutputMode(bool stereo) = 0;                               // 11
+    virtual void SetOutputMode(bool stereo) = 0;  // 11
 
     CMDKMachineInterface* machine = nullptr;  // offset 8
 };
@@ -234,12 +235,12 @@ public:
 // The machine side of the helper: six more slots after the machine's own twenty.
 class CMDKMachineInterface : public CMachineInterface {
 public:
-    virtual void* GetEx() { return nullptr; }                                          // 20
-    virtual void OutputModeChanged(bool stereo) {}                                     // 21
-    virtual bool MDKWork(float* samples, int numSamples, int mode) { return false; }   // 22
+    virtual void* GetEx() { return nullptr; }                                               // 20
+    virtual void OutputModeChanged(bool stereo) {}                                          // 21
+    virtual bool MDKWork(float* samples, int numSamples, int mode) { return false; }        // 22
     virtual bool MDKWorkStereo(float* samples, int numSamples, int mode) { return false; }  // 23
-    virtual void MDKInit(CMachineDataInput* input) {}                                  // 24
-    virtual void MDKSave(CMachineDataOutput* output) {}                                // 25
+    virtual void MDKInit(CMachineDataInput* input) {}                                       // 24
+    virtual void MDKSave(CMachineDataOutput* output) {}                                     // 25
 };
 
 }  // namespace buzz

@@ -10,7 +10,9 @@ constexpr buzz::Variant kVariant = VROK_BUZZ_GENERATOR ? buzz::Variant::Generato
 
 extern "C" {
 
-__attribute__((visibility("default"))) buzz::CMachineInfo* GetInfo() { return &buzz::DescriptionOf(kVariant); }
+__attribute__((visibility("default"))) buzz::CMachineInfo* GetInfo() {
+    return &buzz::DescriptionOf(kVariant);
+}
 
 // Null when the machine cannot be made (out of memory); nothing escapes into the host.
 __attribute__((visibility("default"))) buzz::CMachineInterface* CreateMachine() {

@@ -103,8 +103,9 @@ void PatchChoice::Load(int number) {
             document.ReadXml(builtIn);
             replaced = false;
         } else if (number != 0) {
-            std::fprintf(stderr, "[VROK]: patch %d: no file numbered %d in %s; keeping the patch\n", number, number,
-                         folder.empty() ? "(no folder: neither XDG_DATA_HOME nor HOME is set)" : folder.c_str());
+            std::fprintf(
+                stderr, "[VROK]: patch %d: no file numbered %d in %s; keeping the patch\n", number, number,
+                folder.empty() ? "(no folder: neither XDG_DATA_HOME nor HOME is set)" : folder.c_str());
         }
         return;
     }
@@ -114,7 +115,8 @@ void PatchChoice::Load(int number) {
     }
     std::vector<LoadProblem> problems;
     const bool loaded = machine.LoadPatchFile(path, &problems);
-    for (const LoadProblem& problem : problems) std::fprintf(stderr, "[VROK]: %s\n", problem.Format().c_str());
+    for (const LoadProblem& problem : problems)
+        std::fprintf(stderr, "[VROK]: %s\n", problem.Format().c_str());
     if (loaded)
         replaced = true;
     else

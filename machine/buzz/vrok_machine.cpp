@@ -35,8 +35,8 @@ Description Describe(Variant variant) {
     const int numParameters = int(shell.parameters.size());
     for (int i = 0; i < numParameters && i < kMaxParameters; ++i) {
         const machine::ParameterInfo& p = shell.parameters[size_t(i)];
-        d.parameters[i] = {int(p.kind), p.name, p.description, p.minValue, p.maxValue, p.noValue, p.flags,
-                           p.defaultValue};
+        d.parameters[i] = {int(p.kind), p.name,    p.description, p.minValue,
+                           p.maxValue,  p.noValue, p.flags,       p.defaultValue};
         d.parameterList[i] = &d.parameters[i];
     }
     int numAttributes = 0;
@@ -180,7 +180,9 @@ void VrokMachine::PrepareEngine() {
 
 // [SECTION] ticks and notes
 
-void VrokMachine::AttributesChanged() { shell->midiChannel = std::clamp(attributeValues[kAttributeMidiChannel], 0, 16); }
+void VrokMachine::AttributesChanged() {
+    shell->midiChannel = std::clamp(attributeValues[kAttributeMidiChannel], 0, 16);
+}
 
 void VrokMachine::SetNumTracks(int n) { shell->SetNumTracks(std::clamp(n, 0, description.maxTracks)); }
 
@@ -189,7 +191,8 @@ void VrokMachine::TakeHostValues() {
         shell->globalValues[k] = LimitByte(globalBytes[k], machine::kKnobMax);
     for (int t = 0; t < machine::kMaxTracks; ++t) {
         const uint8_t note = trackBytes[t][0];
-        shell->trackValues[t].note = note == machine::kNoteOff || PlayableNote(note) ? note : machine::kNoteNoValue;
+        shell->trackValues[t].note =
+            note == machine::kNoteOff || PlayableNote(note) ? note : machine::kNoteNoValue;
         shell->trackValues[t].velocity = LimitByte(trackBytes[t][1], machine::kKnobMax);
     }
     // The host sets attributes without telling: read them on every tick.
@@ -227,7 +230,8 @@ bool VrokMachine::Work(float* samples, int numSamples, int mode) {
     for (int start = 0; start < numSamples; start += kMaxFrames) {
         const int n = std::min(kMaxFrames, numSamples - start);
         float* mono = samples + start;
-        for (int i = 0; i < n; ++i) scratch[2 * i] = scratch[2 * i + 1] = (mode & kWorkModeRead) ? mono[i] : 0.0f;
+        for (int i = 0; i < n; ++i)
+            scratch[2 * i] = scratch[2 * i + 1] = (mode & kWorkModeRead) ? mono[i] : 0.0f;
         RenderStereo(scratch, n, mode);
         for (int i = 0; i < n; ++i) mono[i] = 0.5f * (scratch[2 * i] + scratch[2 * i + 1]);
         sound = AnySound(mono, n) || sound;
@@ -301,7 +305,8 @@ std::string VrokMachine::GetMachineName(machine::MachineHandle handle) {
     return name ? name : description.shortName;
 }
 
-void VrokMachine::ControlChange(machine::MachineHandle handle, int group, int track, int parameter, int value) {
+void VrokMachine::ControlChange(machine::MachineHandle handle, int group, int track, int parameter,
+                                int value) {
     if (pCB) pCB->ControlChange(static_cast<CMachine*>(handle), group, track, parameter, value);
 }
 

@@ -66,7 +66,8 @@ private:
     void SetMachineInterfaceEx(machine::MachineInterfaceEx*) override {}
     void SetEventHandler(machine::MachineHandle, int, machine::EventHandler, void*) override {}
     std::string GetMachineName(machine::MachineHandle handle) override;
-    void ControlChange(machine::MachineHandle handle, int group, int track, int parameter, int value) override;
+    void ControlChange(machine::MachineHandle handle, int group, int track, int parameter,
+                       int value) override;
     bool HostMIDIFiltering() override { return false; }
 
     // [MachineEditor: this library has no window; each request says so to the user]

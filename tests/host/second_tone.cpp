@@ -10,8 +10,21 @@ using namespace buzz;
 
 CMachineParameter volume = {kParamByte, "Volume", "Volume", 0, 0x80, 0xFF, kParamFlagState, 0x40};
 const CMachineParameter* parameters[] = {&volume};
-CMachineInfo info = {kMachineGenerator, 65, kFlagMonoToStereo, 0, 0, 1, 0, parameters, 0, nullptr,
-                     "Second Tone", "second tone", "tests", "", nullptr};
+CMachineInfo info = {kMachineGenerator,
+                     65,
+                     kFlagMonoToStereo,
+                     0,
+                     0,
+                     1,
+                     0,
+                     parameters,
+                     0,
+                     nullptr,
+                     "Second Tone",
+                     "second tone",
+                     "tests",
+                     "",
+                     nullptr};
 
 class SecondTone : public CMachineInterface {
 public:

@@ -158,7 +158,9 @@ public:
     ~Hosted() { delete machine; }
 
     uint8_t& Global(int index) { return static_cast<uint8_t*>(machine->GlobalVals)[index]; }
-    uint8_t& Track(int track, int field) { return static_cast<uint8_t*>(machine->TrackVals)[track * 2 + field]; }
+    uint8_t& Track(int track, int field) {
+        return static_cast<uint8_t*>(machine->TrackVals)[track * 2 + field];
+    }
     int& Attribute(int index) { return machine->AttrVals[index]; }
     void ResetTriggers() {
         for (int t = 0; t < info.maxTracks; ++t) {
@@ -178,7 +180,7 @@ public:
     // Stereo frames as the generator makes them, in chunks cycling through 1..256.
     std::vector<float> RenderStereo(int frames, int firstChunk = 1) {
         std::vector<float> out(size_t(frames) * 2);
-        for (int done = 0, chunk = firstChunk; done < frames; chunk = chunk % 256 + 37) {
+        for (int done = 0, chunk = firstChunk; done < frames; chunk = (chunk * 7 + 13) % 256 + 1) {
             const int n = std::min(chunk, frames - done);
             std::fill_n(out.data() + 2 * done, 2 * n, 0.0f);
             machine->WorkMonoToStereo(nullptr, out.data() + 2 * done, n, kWorkModeWrite);

@@ -195,7 +195,8 @@ TEST(Effect, HelperRouteGivesTrueStereoInPlace) {
     const std::vector<float> mono = Sine(512, 1000.0, 3000.0f);
     std::vector<float> out(1024, 5.0f);
     EXPECT_TRUE(effect.machine->WorkMonoToStereo(const_cast<float*>(mono.data()), out.data(), 256, 3));
-    EXPECT_TRUE(effect.machine->WorkMonoToStereo(const_cast<float*>(mono.data()) + 256, out.data() + 512, 256, 3));
+    EXPECT_TRUE(
+        effect.machine->WorkMonoToStereo(const_cast<float*>(mono.data()) + 256, out.data() + 512, 256, 3));
     EXPECT_EQ(Channel(out, 0), Channel(out, 1));
     EXPECT_NEAR(Channel(out, 0)[300], mono[300], 0.01f);
 }
@@ -267,7 +268,8 @@ TEST(BadHostData, OutOfRangeBytesAndTrackCountsPlayOrAreIgnored) {
             synth->Attribute(1) = -value;
             synth->Tick();
             const auto out = synth->RenderStereo(300);
-            for (float x : out) ASSERT_TRUE(std::isfinite(x) && std::fabs(x) < 1e6f) << tracks << " " << value;
+            for (float x : out)
+                ASSERT_TRUE(std::isfinite(x) && std::fabs(x) < 1e6f) << tracks << " " << value;
         }
     }
     // A playable note still plays afterwards.
@@ -296,8 +298,12 @@ TEST(BadHostData, ShortLongOrGarbageStateKeepsOrLoadsThePatch) {
         bool sine;  // the saved sine patch is restored; otherwise the built-in patch stays
     };
     const Row rows[] = {
-        {"empty", {}, false},         {"two bytes", {3, 0}, false},           {"cut in half", cut, false},
-        {"trailing bytes", longer, true}, {"garbage", garbage, false},        {"huge length", hugeLength, false},
+        {"empty", {}, false},
+        {"two bytes", {3, 0}, false},
+        {"cut in half", cut, false},
+        {"trailing bytes", longer, true},
+        {"garbage", garbage, false},
+        {"huge length", hugeLength, false},
         {"length past the end", smallLength, false},
     };
     for (const Row& row : rows) {
