@@ -133,6 +133,21 @@ TEST(Scan, ListingMachinesStartsNoThreadAndWritesNoFile) {
     EXPECT_FALSE(fs::exists(cacheDir)) << "the scan touched the wave table cache";
 }
 
+TEST(Scan, AHostThatHandsOverNothingStillGetsAWorkingMachine) {
+    for (Library* library : {&Effect(), &Synth()}) {
+        CMachineInterface* bare = library->createMachine();
+        bare->Init(nullptr);
+        bare->SetNumTracks(1);
+        bare->Tick();
+        float samples[512] = {};
+        bare->Work(samples, 256, kWorkModeRead | kWorkModeWrite);
+        bare->WorkMonoToStereo(nullptr, samples, 256, kWorkModeWrite);
+        bare->Command(0);
+        bare->Stop();
+        delete bare;
+    }
+}
+
 TEST(Generator, PatternNotesSoundAtTheMappedPitchInAnyChunking) {
     Callbacks callbacks;
     auto synth = SineSynth(callbacks);
