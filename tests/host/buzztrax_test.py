@@ -98,6 +98,12 @@ class Buzztrax(unittest.TestCase):
         for level, _ in self.measure(out, 0.05, 0.4):
             self.assertAlmostEqual(level, 0.2 / 2 ** 0.5, delta=0.005, msg="the pass is not at unity")
 
+    def test_effect_in_a_song_passes_its_input(self):
+        # The tracker's own synth plays b-5, which it tunes to 1975.5 Hz, into the effect.
+        out = os.path.join(self.root, "effect_song.wav")
+        self.run_tool("buzztrax-cmd", "-c", "encode", "-i", os.path.join(HERE, "effect_song.xml"), "-o", out)
+        self.assert_tone(out, 0.1, 1.5, 1975.5)
+
     def test_generator_plays_a4_at_the_mapped_pitch(self):
         out = os.path.join(self.root, "gen.wav")
         self.run_tool("gst-launch-1.0", "-q", "bml-VrokSynth", "num-buffers=10", "Patch=3", "Note=a-4", "!",
