@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 #include "document/vrok_doc.h"
 #include "engine/vrok_instance.h"
@@ -28,12 +29,12 @@ struct Description {
 };
 
 // The effect is the shell's own description, field by field. The generator differs in
-// kind, stereo output, names and the patch attribute.
-Description Describe(Variant variant) {
+// kind, stereo output, names and the patch attribute. Filled in place: the lists point
+// into the record itself.
+void Describe(Variant variant, Description& d) {
     const machine::MachineInfo& shell = machine::GetInfo();
-    Description d{};
-    const int numParameters = int(shell.parameters.size());
-    for (int i = 0; i < numParameters && i < kMaxParameters; ++i) {
+    const int numParameters = std::min(int(shell.parameters.size()), kMaxParameters);
+    for (int i = 0; i < numParameters; ++i) {
         const machine::ParameterInfo& p = shell.parameters[size_t(i)];
         d.parameters[i] = {int(p.kind), p.name,    p.description, p.minValue,
                            p.maxValue,  p.noValue, p.flags,       p.defaultValue};
@@ -53,25 +54,24 @@ Description Describe(Variant variant) {
     d.info.maxTracks = shell.maxTracks;
     d.info.numGlobalParameters = shell.numGlobalParameters;
     d.info.numTrackParameters = shell.numTrackParameters;
+    d.info.parameters = d.parameterList;
     d.info.numAttributes = numAttributes;
+    d.info.attributes = d.attributeList;
     d.info.name = generator ? "Qorvat Vrok Modular Synth (2013.0.1)" : shell.name;
     d.info.shortName = generator ? "[VROK] synth" : shell.shortName;
     d.info.author = shell.author;
     d.info.commands = shell.commands;
     d.info.libInterface = nullptr;
-    return d;
 }
 
 Description& Stored(Variant variant) {
-    static Description effect = Describe(Variant::Effect);
-    static Description generator = Describe(Variant::Generator);
-    Description& d = variant == Variant::Effect ? effect : generator;
-    // The lists point into the record itself, so they are set where it finally lives.
-    for (int i = 0; i < kMaxParameters; ++i) d.parameterList[i] = &d.parameters[i];
-    for (int i = 0; i < kMaxAttributes; ++i) d.attributeList[i] = &d.attributes[i];
-    d.info.parameters = d.parameterList;
-    d.info.attributes = d.attributeList;
-    return d;
+    static Description descriptions[2];
+    static std::once_flag once;
+    std::call_once(once, [] {
+        Describe(Variant::Effect, descriptions[0]);
+        Describe(Variant::Generator, descriptions[1]);
+    });
+    return descriptions[variant == Variant::Effect ? 0 : 1];
 }
 
 // A note byte the machine can play: octave 0..9 in the high nibble, semitone 1..12 in the
