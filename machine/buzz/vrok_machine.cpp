@@ -184,7 +184,8 @@ void VrokMachine::AttributesChanged() {
     shell->midiChannel = std::clamp(attributeValues[kAttributeMidiChannel], 0, 16);
 }
 
-void VrokMachine::SetNumTracks(int n) { shell->SetNumTracks(std::clamp(n, 0, description.maxTracks)); }
+// The value blocks hold every track the description allows, whatever a host writes into it.
+void VrokMachine::SetNumTracks(int n) { shell->SetNumTracks(std::clamp(n, 0, machine::kMaxTracks)); }
 
 void VrokMachine::TakeHostValues() {
     for (int k = 0; k < machine::kNumKnobs; ++k)
