@@ -1,6 +1,7 @@
 // The adapter from inside: what the built library hides. Wave tables wait for real use,
 // and the host's knob bytes reach the patch through the shell's external knob path.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>

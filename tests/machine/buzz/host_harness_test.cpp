@@ -1,7 +1,7 @@
 // The built machine libraries, opened and driven by our own host: descriptions, the scan,
 // notes and pitch in any chunking, the three buffer shapes, saved state, commands, MIDI,
 // and host data no host should send.
-#include <dirent.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
