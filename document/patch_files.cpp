@@ -113,6 +113,8 @@ void VrokDoc::ReadDocument(const TiXmlElement& root, LoadReport* report) {
         } else if (auto* wire = dynamic_cast<PatchConnection*>(storable); wire && !wire->connection) {
             Report(report, {}, line, "refused wire " + WireText(wire->from, wire->to, wire->port));
         }
+        if (auto* sample = dynamic_cast<SampleContainer*>(storable))
+            for (const std::string& problem : sample->problems) Report(report, {}, line, problem);
     }
 }
 
