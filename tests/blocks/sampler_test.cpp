@@ -1,5 +1,7 @@
 // The sampler block over a sample built in memory: pitch against the root and the rates,
 // the end of the sample, restarts, the silence rules and letting go of a sample.
+#include "blocks/sampler.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,7 +9,6 @@
 #include <vector>
 
 #include "blocks/block_harness.h"
-#include "blocks/sampler.h"
 
 using namespace harness;
 

@@ -1,5 +1,7 @@
 // The shaped oscillators: the stack's gain and detune laws, the increment limit, the
 // synced pair's pitch, the pulse oscillator's duty, note resets and silent ports.
+#include "blocks/shaped_oscillators.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,7 +9,6 @@
 #include <vector>
 
 #include "blocks/block_harness.h"
-#include "blocks/shaped_oscillators.h"
 #include "engine/wave_tables.h"
 
 using namespace harness;
@@ -53,7 +54,8 @@ TEST(ShapedIncrement, GrainLimitAndReads) {
     const uint32_t half = 1u << 20;  // half way from entry 0 to entry 1
     EXPECT_EQ(shaped::Read16(table, half), 500);
     EXPECT_EQ(shaped::Read8(table, half), 500);
-    EXPECT_EQ(shaped::Read16(table, 2047u << 21 | half), -1000) << "the last entry interpolates towards entry 0";
+    EXPECT_EQ(shaped::Read16(table, 2047u << 21 | half), -1000)
+        << "the last entry interpolates towards entry 0";
 
     const int32_t* window = shaped::SyncWindow();
     EXPECT_EQ(window[0], 16384);
@@ -69,7 +71,7 @@ TEST(HyperGains, CountsAndWeightsAtChosenDiffuseValues) {
         float lastWeight;  // relative to the first
     };
     // At the exact integer (0.5 is x = 3) the newest oscillator jumps to full weight.
-    const Case cases[] = {{0.0f, 1, 1.0f},        {0.5f - 1e-5f, 4, 0.9998f}, {0.5f, 5, 1.0f},
+    const Case cases[] = {{0.0f, 1, 1.0f},         {0.5f - 1e-5f, 4, 0.9998f}, {0.5f, 5, 1.0f},
                           {0.5f + 1e-5f, 5, 0.0f}, {0.25f, 3, 0.25f},          {1.0f, 7, 1.0f}};
     for (const Case& c : cases) {
         CHyperOscBlock osc(&Engine(), kRate);
@@ -163,7 +165,8 @@ TEST(SyncWork, PitchFollowsTheMaster) {
         osc.SetNote(note, 100.0f, 0);
         const double period = kRate / (440.0 * std::pow(2.0, (note - 70.0) / 12.0));
         const std::vector<float> out = Render(osc, 16);
-        const int lag = BestLag(std::vector<float>(out.begin() + 512, out.end()), int(period * 0.6), int(period * 1.6));
+        const int lag =
+            BestLag(std::vector<float>(out.begin() + 512, out.end()), int(period * 0.6), int(period * 1.6));
         EXPECT_NEAR(lag, period, 1.0) << "note " << note;
     }
 }
@@ -195,7 +198,8 @@ TEST(PwmWork, DutyMeasuredFromAudio) {
         float port;  // -1: unwired
         double lowFraction;
     };
-    const Case cases[] = {{0.2f, -1, 0.1}, {0.5f, -1, 0.25}, {0.8f, -1, 0.4}, {0.5f, 0.6f, 0.4}, {0.5f, 2.0f, 0.5}};
+    const Case cases[] = {
+        {0.2f, -1, 0.1}, {0.5f, -1, 0.25}, {0.8f, -1, 0.4}, {0.5f, 0.6f, 0.4}, {0.5f, 2.0f, 0.5}};
     for (const Case& c : cases) {
         CPWMOscBlock osc(&Engine(), kRate);
         osc.SetParameter(4, WaveValue(kSaw));
