@@ -75,8 +75,7 @@ RenderPlan MakePlan(const RenderOptions& options) {
     for (const std::string& text : options.play) {
         const NoteSpec parsed = ParseNoteSpec("--play", text);
         const int velocity = parsed.velocity.value_or(127);
-        if (velocity < 1 || velocity > 127)
-            throw UsageError("--play '" + text + "': velocity must be 1..127");
+        if (velocity < 1 || velocity > 127) throw UsageError("--play '" + text + "': velocity must be 1..127");
         plan.midiNotes.push_back({parsed.start, 0, parsed.note, velocity});
         if (parsed.end) plan.midiNotes.push_back({*parsed.end, 0, parsed.note, 0});
     }
@@ -108,8 +107,7 @@ int RunRender(const RenderOptions& options) {
         CommandLineHost host(options.sampleRate, options.tempo, options.ticksPerBeat);
         if (host.samplesPerTickExact < kMinSamplesPerTick)
             throw UsageError("--tempo " + std::to_string(options.tempo) + " with --ticks-per-beat " +
-                             std::to_string(options.ticksPerBeat) +
-                             ": ticks would be shorter than 16 samples");
+                             std::to_string(options.ticksPerBeat) + ": ticks would be shorter than 16 samples");
         BuildSchedule(plan, options.sampleRate, host.samplesPerTickExact);  // checks the track notes
 
         // Then the files.
@@ -137,8 +135,7 @@ int RunRender(const RenderOptions& options) {
         if (!writer.Open(options.output, options.sampleRate, format, &error)) throw InputError(error);
         ProgressBar bar(isatty(STDERR_FILENO) == 1);
         const RenderStats stats = RenderWithMachine(
-            machine, host, plan, schedule,
-            [&](const float* samples, int frames) { return writer.Write(samples, frames); },
+            machine, host, plan, schedule, [&](const float* samples, int frames) { return writer.Write(samples, frames); },
             [&](long done, long expected) { bar.Update(done, expected, options.sampleRate); });
         bar.Finish();
         const WriteResult result = writer.Finish();
@@ -146,11 +143,10 @@ int RunRender(const RenderOptions& options) {
         if (!options.scopeDump.empty()) WriteScopeDump(*machine.document, options.scopeDump);
 
         const double seconds = double(stats.frames) / double(options.sampleRate);
-        std::printf("wrote %s: %.2f s, %d Hz, stereo %s\n", options.output.c_str(), seconds,
-                    options.sampleRate, options.format.c_str());
+        std::printf("wrote %s: %.2f s, %d Hz, stereo %s\n", options.output.c_str(), seconds, options.sampleRate,
+                    options.format.c_str());
         if (result.clippedSamples > 0)
-            std::fprintf(stderr, "vrok: warning: %s: %ld samples %s\n", options.output.c_str(),
-                         result.clippedSamples,
+            std::fprintf(stderr, "vrok: warning: %s: %ld samples %s\n", options.output.c_str(), result.clippedSamples,
                          format == SampleFormat::Float ? "outside -1..1 (kept as they are in float)"
                                                        : "clipped to full scale");
         if (stats.stillSounding)
@@ -187,8 +183,7 @@ int RunConvert(const std::string& input, const std::string& output, const std::v
         PrintWarnings(LoadPatch(machine, input));
         PrintWarnings(ApplySampleOptions(*machine.document, samples, sampleRoots));
         std::string error;
-        if (!machine.document->SaveFile(output, &error))
-            throw InputError(error.empty() ? output + ": cannot write" : error);
+        if (!machine.document->SaveFile(output, &error)) throw InputError(error.empty() ? output + ": cannot write" : error);
         std::printf("wrote %s\n", output.c_str());
         return 0;
     });

@@ -30,8 +30,7 @@ struct RenderOptions {
 int RunRender(const RenderOptions& options);
 int RunInfo(const std::string& patch, bool json);
 // `samples` and `sampleRoots` as for render: the converted patch carries those samples.
-int RunConvert(const std::string& input, const std::string& output,
-               const std::vector<std::string>& samples = {},
+int RunConvert(const std::string& input, const std::string& output, const std::vector<std::string>& samples = {},
                const std::vector<std::string>& sampleRoots = {});
 
 // Prints "vrok: " before each line of `message` on stderr.

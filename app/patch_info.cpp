@@ -39,19 +39,13 @@ std::string DescribeGlobal(int event, float value, float sampleRate) {
         }
         case 1:
         case 101:
-        case 201:
-            return value == 0.0f ? "off" : FormatSignificant(value * 100.0, 3);
+        case 201: return value == 0.0f ? "off" : FormatSignificant(value * 100.0, 3);
         case 207:
-            return std::fabs(value - 0.5f) <= 0.01f ? "center"
-                                                    : FormatSignificant(std::fabs(value - 0.5) * 200.0, 3);
-        case 400:
-            return value == 0.0f ? "off" : FormatEnvelopeTime(value, sampleRate);
-        case 401:
-            return FormatSignificant(value * 24.0, 4);
-        case 402:
-            return FormatSignificant((value - 0.5) * 48.0, 4);
-        default:
-            return FormatSignificant(value * 100.0, 3);
+            return std::fabs(value - 0.5f) <= 0.01f ? "center" : FormatSignificant(std::fabs(value - 0.5) * 200.0, 3);
+        case 400: return value == 0.0f ? "off" : FormatEnvelopeTime(value, sampleRate);
+        case 401: return FormatSignificant(value * 24.0, 4);
+        case 402: return FormatSignificant((value - 0.5) * 48.0, 4);
+        default: return FormatSignificant(value * 100.0, 3);
     }
 }
 
@@ -69,16 +63,19 @@ nlohmann::json PatchToJson(VrokDoc& document) {
                                   {"value", StoredNumber(value)},
                                   {"text", block->DescribeValue(i, value)}});
         }
-        nlohmann::json entry = {{"slot", slot},     {"type", block->type}, {"name", DisplayName(block->type)},
-                                {"x", block->posX}, {"y", block->posY},    {"parameters", parameters}};
+        nlohmann::json entry = {{"slot", slot},
+                                {"type", block->type},
+                                {"name", DisplayName(block->type)},
+                                {"x", block->posX},
+                                {"y", block->posY},
+                                {"parameters", parameters}};
         if (const PatchBlock* record = document.FindBlock(slot); record && !record->sampleKey.empty())
             entry["sample"] = record->sampleKey;
         blocks.push_back(std::move(entry));
     }
     nlohmann::json wires = nlohmann::json::array();
     for (const Connection& wire : engine.connections)
-        if (wire.inUse)
-            wires.push_back({{"from", wire.fromBlock}, {"to", wire.toBlock}, {"input", wire.toPort}});
+        if (wire.inUse) wires.push_back({{"from", wire.fromBlock}, {"to", wire.toBlock}, {"input", wire.toPort}});
     nlohmann::json globals = nlohmann::json::array();
     for (const auto& [name, parameter] : document.global->Parameters())
         globals.push_back({{"name", name},
@@ -108,8 +105,8 @@ std::string PatchToText(VrokDoc& document, const std::string& title) {
     char line[512];
     for (const auto& block : patch["blocks"]) {
         std::snprintf(line, sizeof line, "  slot %-3d type %-3d %-20s at %d,%d\n", block["slot"].get<int>(),
-                      block["type"].get<int>(), block["name"].get<std::string>().c_str(),
-                      block["x"].get<int>(), block["y"].get<int>());
+                      block["type"].get<int>(), block["name"].get<std::string>().c_str(), block["x"].get<int>(),
+                      block["y"].get<int>());
         out += line;
         for (const auto& p : block["parameters"]) {
             std::snprintf(line, sizeof line, "      P%-2d %-14s %s  %s\n", p["index"].get<int>(),
@@ -120,15 +117,14 @@ std::string PatchToText(VrokDoc& document, const std::string& title) {
     }
     out += "\nwires (" + std::to_string(patch["wires"].size()) + "):\n";
     for (const auto& wire : patch["wires"]) {
-        std::snprintf(line, sizeof line, "  %d -> %d input %d\n", wire["from"].get<int>(),
-                      wire["to"].get<int>(), wire["input"].get<int>());
+        std::snprintf(line, sizeof line, "  %d -> %d input %d\n", wire["from"].get<int>(), wire["to"].get<int>(),
+                      wire["input"].get<int>());
         out += line;
     }
     out += "\nsamples (" + std::to_string(patch["samples"].size()) + "):\n";
     for (const auto& sample : patch["samples"]) {
         std::string players;
-        for (const auto& slot : sample["players"])
-            players += (players.empty() ? " played by slot " : ", ") + slot.dump();
+        for (const auto& slot : sample["players"]) players += (players.empty() ? " played by slot " : ", ") + slot.dump();
         std::snprintf(line, sizeof line, "  \"%s\" %u frames at %s Hz, root %s Hz, key %s%s\n",
                       sample["name"].get<std::string>().c_str(), sample["frames"].get<unsigned>(),
                       FormatSignificant(sample["rate"].get<double>(), 6).c_str(),
@@ -139,8 +135,7 @@ std::string PatchToText(VrokDoc& document, const std::string& title) {
     out += "\nglobals:\n";
     for (const auto& global : patch["globals"]) {
         std::snprintf(line, sizeof line, "  %-24s %s  %s\n", global["name"].get<std::string>().c_str(),
-                      Stored(global["value"].get<float>()).c_str(),
-                      global["text"].get<std::string>().c_str());
+                      Stored(global["value"].get<float>()).c_str(), global["text"].get<std::string>().c_str());
         out += line;
     }
     return out;
