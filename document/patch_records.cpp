@@ -146,17 +146,17 @@ struct GlobalRow {
 
 // Event numbers belong to their names; 206 and 207 run against the name order on purpose.
 constexpr GlobalRow kGlobalRows[] = {
-    {"Param_Reverb_Enable", 0, 0.0f},      {"Param_Reverb_WetDry", 1, 0.3f},
-    {"Param_Reverb_Roomsize", 2, 0.5f},    {"Param_Reverb_Decay", 3, 0.5f},
-    {"Param_Reverb_Damping", 4, 0.3f},     {"Param_Reverb_ModAmount", 5, 0.25f},
-    {"Param_Reverb_ModSpeed", 6, 0.25f},   {"Param_Chorus_Enable", 100, 0.0f},
-    {"Param_Chorus_WetDry", 101, 0.4f},    {"Param_Chorus_Speed", 102, 0.4f},
-    {"Param_Chorus_Phasing", 103, 0.4f},   {"Param_Delay_Enable", 200, 0.0f},
-    {"Param_Delay_WetDry", 201, 0.4f},     {"Param_Delay_Type", 202, 0.0f},
-    {"Param_Delay_TempoSync", 203, 0.0f},  {"Param_Delay_Length", 204, 0.4f},
-    {"Param_Delay_Cross", 205, 0.0f},      {"Param_Delay_Spacing", 207, 0.0f},
-    {"Param_Delay_Feedback", 206, 0.0f},   {"Param_Polyphony", 300, 0.5f},
-    {"Param_Voice_Portamento", 400, 0.0f}, {"Param_Voice_Bendrange", 401, 0.5f},
+    {"Param_Reverb_Enable", 0, 0.0f},       {"Param_Reverb_WetDry", 1, 0.3f},
+    {"Param_Reverb_Roomsize", 2, 0.5f},     {"Param_Reverb_Decay", 3, 0.5f},
+    {"Param_Reverb_Damping", 4, 0.3f},      {"Param_Reverb_ModAmount", 5, 0.25f},
+    {"Param_Reverb_ModSpeed", 6, 0.25f},    {"Param_Chorus_Enable", 100, 0.0f},
+    {"Param_Chorus_WetDry", 101, 0.4f},     {"Param_Chorus_Speed", 102, 0.4f},
+    {"Param_Chorus_Phasing", 103, 0.4f},    {"Param_Delay_Enable", 200, 0.0f},
+    {"Param_Delay_WetDry", 201, 0.4f},      {"Param_Delay_Type", 202, 0.0f},
+    {"Param_Delay_TempoSync", 203, 0.0f},   {"Param_Delay_Length", 204, 0.4f},
+    {"Param_Delay_Cross", 205, 0.0f},       {"Param_Delay_Spacing", 207, 0.0f},
+    {"Param_Delay_Feedback", 206, 0.0f},    {"Param_Polyphony", 300, 0.5f},
+    {"Param_Voice_Portamento", 400, 0.0f},  {"Param_Voice_Bendrange", 401, 0.5f},
     {"Param_Voice_Transpose", 402, 0.5f},
 };
 
@@ -168,8 +168,7 @@ PatchGlobal::PatchGlobal(VrokInstance& engine) : Storable("GLOBAL"), engine(engi
 }
 
 void PatchGlobal::Save(TiXmlElement& element) {
-    for (const auto& [name, parameter] : parameters)
-        SetFloatAttribute(element, name.c_str(), parameter.value);
+    for (const auto& [name, parameter] : parameters) SetFloatAttribute(element, name.c_str(), parameter.value);
 }
 
 void PatchGlobal::Load(const TiXmlElement& element) {
@@ -206,21 +205,11 @@ void PatchGlobal::ParameterChanged(const GlobalParameter& parameter) {
     // The flags and voice settings are read by Render; they change under the engine lock.
     std::lock_guard<std::recursive_mutex> guard(engine.lock);
     switch (parameter.event) {
-        case 0:
-            engine.reverbOn = value > 0.0f;
-            break;
-        case 100:
-            engine.chorusOn = value > 0.0f;
-            break;
-        case 200:
-            engine.delayOn = value > 0.0f;
-            break;
-        case 300:
-            engine.SetVoiceCount(static_cast<int>(value * 16.5f), value == 0.0f);
-            break;
-        case 400:
-            engine.SetPortamento(value);
-            break;
+        case 0: engine.reverbOn = value > 0.0f; break;
+        case 100: engine.chorusOn = value > 0.0f; break;
+        case 200: engine.delayOn = value > 0.0f; break;
+        case 300: engine.SetVoiceCount(static_cast<int>(value * 16.5f), value == 0.0f); break;
+        case 400: engine.SetPortamento(value); break;
         case 401:
             engine.bendRange = value * 24.0f;
             engine.SetBend(engine.bend);
@@ -229,9 +218,7 @@ void PatchGlobal::ParameterChanged(const GlobalParameter& parameter) {
             engine.transpose = (value - 0.5f) * 48.0f;
             engine.SetBend(engine.bend);
             break;
-        default:
-            ApplyMasterEffectParameter(parameter.event, value);
-            break;
+        default: ApplyMasterEffectParameter(parameter.event, value); break;
     }
 }
 

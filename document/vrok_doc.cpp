@@ -55,9 +55,7 @@ std::string LoadProblem::Format() const {
 }
 
 VrokDoc::VrokDoc() {
-    elementKinds = {{"BLOCK", kBlockKind},
-                    {"CONNECTION", kConnectionKind},
-                    {"GLOBAL", kGlobalKind},
+    elementKinds = {{"BLOCK", kBlockKind}, {"CONNECTION", kConnectionKind}, {"GLOBAL", kGlobalKind},
                     {"SAMPLE", kSampleKind}};
     engine = std::make_unique<VrokInstance>(&CreateBlock);
     engine->ClearPatch();
@@ -104,15 +102,12 @@ Storable* VrokDoc::Create(const std::string& elementName, const TiXmlElement& el
             patchConnections.push_back(NewConnection());
             storable = patchConnections.back().get();
             break;
-        case kGlobalKind:
-            storable = global.get();
-            break;
+        case kGlobalKind: storable = global.get(); break;
         case kSampleKind:
             samples.push_back(std::make_unique<SampleContainer>());
             storable = samples.back().get();
             break;
-        default:
-            return nullptr;
+        default: return nullptr;
     }
     storable->id = document::IntAttribute(element, "ID", -1);
     Register(storable);
