@@ -1,12 +1,11 @@
 // The output blocks and their knee, this family's type table rows, and one whole patch.
-#include "blocks/outputs.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <memory>
 
 #include "blocks/block_harness.h"
+#include "blocks/outputs.h"
 #include "document/block_types.h"
 
 using namespace harness;
@@ -16,25 +15,20 @@ constexpr float kRate = 44100.0f;
 
 struct Host {
     float left[kMaxFrames], right[kMaxFrames];
-    explicit Host(float fill = 0.0f) {
-        std::fill_n(left, kMaxFrames, fill), std::fill_n(right, kMaxFrames, fill);
-    }
+    explicit Host(float fill = 0.0f) { std::fill_n(left, kMaxFrames, fill), std::fill_n(right, kMaxFrames, fill); }
     StereoBuffers Buffers() { return {left, right}; }
 };
 
 // One sample block with voice v's input at values[v], then OutputWork.
 void MixVoices(CAudioBlock& block, std::initializer_list<float> values, Host& host, int numSamples = 8) {
     int v = 0;
-    Step(block, numSamples, int(values.size()), [&] {
-        for (float x : values) Feed(block, 0, v++, numSamples, Const(x));
-    });
+    Step(block, numSamples, int(values.size()), [&] { for (float x : values) Feed(block, 0, v++, numSamples, Const(x)); });
     block.OutputWork(host.Buffers(), numSamples, kHostScale);
 }
 }  // namespace
 
 TEST(OutputsKnee, ShapeAtHostScale) {
-    for (float s : {31999.0f, 32000.0f})
-        EXPECT_EQ(OutputKnee(s, kHostScale), s) << "full scale and below pass unchanged";
+    for (float s : {31999.0f, 32000.0f}) EXPECT_EQ(OutputKnee(s, kHostScale), s) << "full scale and below pass unchanged";
     EXPECT_NEAR(OutputKnee(32010.0f, kHostScale), 32010.0f, 0.01f) << "the bend starts smoothly";
     EXPECT_EQ(OutputKnee(96000.0f, kHostScale), 63999.0f);  // and -63999 by the symmetry below
     for (float s = 32500.0f, previous = 32000.0f; s < 100000.0f; s += 500.0f) {
@@ -90,9 +84,7 @@ TEST(OutputsWork, PeakAndMeter) {
     for (CAudioBlock* b : {static_cast<CAudioBlock*>(&mono), static_cast<CAudioBlock*>(&pan)}) {
         for (int at : {3, 20, 36}) {
             const int nan = at + 16 < 37 ? at + 16 : 5;
-            Step(*b, 37, 1, [&] {
-                Feed(*b, 0, 0, 37, [=](int i) { return i == at ? -0.9f : i == nan ? NAN : 0.1f; });
-            });
+            Step(*b, 37, 1, [&] { Feed(*b, 0, 0, 37, [=](int i) { return i == at ? -0.9f : i == nan ? NAN : 0.1f; }); });
             EXPECT_EQ(b == &mono ? mono.peak : pan.peak, 0.9f) << b->name << " at " << at;
         }
     }
@@ -106,10 +98,7 @@ TEST(OutputsWork, PanPlacesTheSignal) {
     MixVoices(pan, {1.0f}, left);
     EXPECT_FLOAT_EQ(left.left[0], 8000.0f);
     EXPECT_EQ(left.right[0], 0.0f);
-    Step(pan, 8, 1, [&] {
-        Feed(pan, 0, 0, 8, Const(1.0f));
-        Feed(pan, 1, 0, 8, Const(2.0f));
-    });  // pan clamped to 1
+    Step(pan, 8, 1, [&] { Feed(pan, 0, 0, 8, Const(1.0f)); Feed(pan, 1, 0, 8, Const(2.0f)); });  // pan clamped to 1
     pan.OutputWork(right.Buffers(), 8, kHostScale);
     EXPECT_NEAR(right.left[0], 0.0f, 1e-3f);
     EXPECT_FLOAT_EQ(right.right[0], 8000.0f);
@@ -124,9 +113,7 @@ TEST(BlockTypes, FamilyTypesCreateTheirBlocks) {
         EXPECT_EQ(block->type, type);
         EXPECT_EQ(block->name, FindBlockType(type)->displayName) << type;
         EXPECT_EQ(block->category, category) << type;
-        EXPECT_EQ(block->isOutput && block->hasOutputWork && block->hasAudioInput,
-                  category == kCategoryOutputs)
-            << type;
+        EXPECT_EQ(block->isOutput && block->hasOutputWork && block->hasAudioInput, category == kCategoryOutputs) << type;
     }
 }
 

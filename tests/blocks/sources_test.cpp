@@ -1,6 +1,4 @@
 // Noise, impulse, the input blocks and the pan law they share with the outputs.
-#include "blocks/sources.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,6 +6,7 @@
 
 #include "blocks/block_harness.h"
 #include "blocks/pan_law.h"
+#include "blocks/sources.h"
 
 using namespace harness;
 
@@ -26,8 +25,7 @@ TEST(PanLaw, GainsAreCosineAndSineSquared) {
     for (int i = 0; i <= 100; ++i) {
         const float p = i / 100.0f;
         // Exact at the angle rounded to 2^20 steps per turn; the two tables add float error only.
-        const double theta =
-            std::round(double(PanAngle(p)) * 1048576.0 / (2.0 * M_PI)) * 2.0 * M_PI / 1048576.0;
+        const double theta = std::round(double(PanAngle(p)) * 1048576.0 / (2.0 * M_PI)) * 2.0 * M_PI / 1048576.0;
         const PanGains g = PanGainsForValue(p);
         EXPECT_NEAR(g.left, std::cos(theta) * std::cos(theta), 5e-7) << p;
         EXPECT_NEAR(g.right, std::sin(theta) * std::sin(theta), 5e-7) << p;
@@ -44,15 +42,11 @@ TEST(NoiseWork, OneRowSharedByAllVoicesAndSilenceRules) {
     const float* row = noise.noiseRow;
     for (int i = 0; i < kMaxFrames; ++i)
         EXPECT_TRUE(noise.output[0][i] == row[i] * 0.25f && noise.output[1][i] == noise.output[0][i] &&
-                    noise.output[2][i] == noise.output[0][i])
-            << i;
+                    noise.output[2][i] == noise.output[0][i]) << i;
     const auto [lo, hi] = std::minmax_element(row, row + kMaxFrames);
     EXPECT_TRUE(*lo >= -1.0f && *lo < -0.5f && *hi > 0.5f && *hi <= 1.0f) << *lo << " " << *hi;
     const float first = row[0];
-    Step(noise, 32, 2, [&] {
-        Feed(noise, 0, 0, 32, Const(2.0f));
-        WireSilent(noise, 0);
-    });
+    Step(noise, 32, 2, [&] { Feed(noise, 0, 0, 32, Const(2.0f)); WireSilent(noise, 0); });
     EXPECT_NE(row[0], first) << "a new row every sample block";
     EXPECT_EQ(noise.output[0][7], 0.25f * row[7] * 2.0f);
     EXPECT_EQ(noise.active[0], 1);
@@ -119,10 +113,7 @@ TEST(InputPanWork, PansScalesSurvivesANaNLevelAndDisconnection) {
     Step(pan, 8);
     EXPECT_NEAR(pan.output[0][0], 0.5f, 1e-6);
     // The pan port pushes the stored left all the way right; the volume port adds to "Volume".
-    Step(pan, 8, 1, [&] {
-        Feed(pan, 0, 0, 8, Const(5.0f));
-        Feed(pan, 1, 0, 8, Const(-2.0f));
-    });
+    Step(pan, 8, 1, [&] { Feed(pan, 0, 0, 8, Const(5.0f)); Feed(pan, 1, 0, 8, Const(-2.0f)); });
     EXPECT_NEAR(pan.output[0][0], 1.0f, 1e-6) << "right row at (1 - 2)^2";
 
     // Opposite signs give a NaN level, which is not above 0: the wired volume port is

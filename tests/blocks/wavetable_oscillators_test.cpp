@@ -1,12 +1,11 @@
 // The table oscillators and the Monophone: tuning, table choice, silence rules, texts.
-#include "blocks/wavetable_oscillators.h"
-
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
 
 #include "blocks/block_harness.h"
+#include "blocks/wavetable_oscillators.h"
 
 using namespace harness;
 
@@ -59,8 +58,7 @@ TEST(OscPitch, PitchPortAndTableClamping) {
     EXPECT_EQ(osc.tableIndex[0], table) << "the port leaves the table";
 
     // The table follows the clamped note; the frequency does not.
-    for (auto [voice, note] : {std::pair{0, -20.0f}, {1, 118.0f}, {2, 130.0f}})
-        osc.SetNote(note, 0.0f, voice);
+    for (auto [voice, note] : {std::pair{0, -20.0f}, {1, 118.0f}, {2, 130.0f}}) osc.SetNote(note, 0.0f, voice);
     EXPECT_EQ(osc.tableIndex[0], 0);
     EXPECT_TRUE(osc.tableIndex[1] == 127 && osc.tableIndex[2] == 127);
     EXPECT_NEAR(double(osc.phaseIncrement[2]) / osc.phaseIncrement[1], 2.0, 1e-6);
@@ -86,10 +84,7 @@ TEST(OscPitch, SetNoteAndSampleRateLeavePhaseRunning) {
 TEST(OscWork, AmpPortAndAmpZero) {
     COscBlock osc(&Engine(2), kRate);
     // Voice 1 gets nothing on the wired amp port: its phase freezes and it stays inactive.
-    Step(osc, 64, 2, [&] {
-        Feed(osc, 1, 0, 64, Const(0.5f));
-        WireSilent(osc, 1);
-    });
+    Step(osc, 64, 2, [&] { Feed(osc, 1, 0, 64, Const(0.5f)); WireSilent(osc, 1); });
     EXPECT_TRUE(osc.active[0] == 1 && osc.phase[0] != 0u);
     EXPECT_TRUE(osc.active[1] == 0 && osc.phase[1] == 0u);
     const float* table = NoteTables::Get(osc.waveform, osc.tableIndex[0]);
