@@ -52,8 +52,11 @@ public:
     // frame may touch. Read or replaced only under `lock`.
     std::vector<float> data;
     uint32_t numFrames = 0;
-    // The rate the frames were recorded at, and the frequency at which they sound as they
-    // stand. Written by the document on the GUI thread, read when a note starts.
+    // The rate the frames were recorded at: a loaded sound file's own rate, or what the
+    // patch stored. The frequency at which the frames sound as they stand: 440 Hz unless the
+    // user sets it (VrokDoc::SetSampleRoot, `vrok render --sample-root`); a note at this
+    // frequency plays the sample at its recorded speed. Both are saved with the sample,
+    // written by the document on the GUI thread and read when a note starts.
     std::atomic<float> dataRate{44100.0f};
     std::atomic<float> rootFrequency{440.0f};
     // Held by a voice for the whole of its Work, and while the frames are replaced.

@@ -129,6 +129,43 @@ TEST(ScopeCapture, ConcurrentReaderNeverSeesATornFrame) {
     EXPECT_EQ(broken, 0);
 }
 
+// The other two hand-overs under the same kind of load: a row snapshot is always one whole
+// row, and a taken spectrum capture is whole sample blocks in the order they were written.
+TEST(CaptureConcurrency, SnapshotRowsAndSpectrumCapturesArriveWhole) {
+    RowSnapshot snapshot;
+    CSpectrumBlock spectrum(&Engine(), kRate);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        float row[kMaxFrames];
+        for (int k = 1; !done.load(); ++k) {
+            std::fill_n(row, kMaxFrames, float(k));
+            snapshot.Publish(row, kMaxFrames);
+            Step(spectrum, 64, 1, [&] { Feed(spectrum, 0, 0, 64, Const(float(k))); });
+        }
+    });
+    float shown[kMaxFrames];
+    std::vector<float> taken;
+    long rows = 0, captures = 0, broken = 0;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+    while (std::chrono::steady_clock::now() < until) {
+        const int n = snapshot.Read(shown);
+        for (int i = 1; i < n; ++i) broken += shown[i] != shown[0];
+        rows += n > 0;
+        if (spectrum.capture.Take(taken)) {
+            ++captures;
+            for (size_t block = 0; block < taken.size() / 64; ++block)
+                for (size_t i = 1; i < 64; ++i) broken += taken[block * 64 + i] != taken[block * 64];
+            for (size_t block = 1; block < taken.size() / 64; ++block)
+                broken += taken[block * 64] != taken[(block - 1) * 64] + 0.5f;
+        }
+    }
+    done = true;
+    writer.join();
+    EXPECT_GT(rows, 0);
+    EXPECT_GT(captures, 0);
+    EXPECT_EQ(broken, 0);
+}
+
 TEST(LargeScopeCapture, CopiesAndPublishesItsRow) {
     CLargeScopeBlock scope(&Engine(), kRate);
     Step(scope, 32, 1, [&] { Feed(scope, 0, 0, 32, [](int i) { return float(i); }); });
