@@ -247,19 +247,33 @@ TEST(SampleLink, SurvivesPasteInEitherOrderAndDeleteUndo) {
         EXPECT_EQ(Player(pasted).sample, target.samples[0].get()) << samplerFirst;
     }
 
+    // Loading into a sampler that plays nothing is one step: undo takes the new sample and
+    // the link away together, redo brings both back.
+    PatchBlock* second = source.AddBlock(kSampler, 7, 0, 100);
+    source.LoadSampleInto(second, path);
+    ASSERT_EQ(source.samples.size(), 2u);
+    source.Undo();
+    EXPECT_EQ(source.samples.size(), 1u);
+    EXPECT_EQ(Player(second).sample, nullptr);
+    source.Redo();
+    ASSERT_EQ(source.samples.size(), 2u);
+    EXPECT_EQ(Player(second).sample, source.samples[1].get());
+    EXPECT_NE(source.samples[1]->sampleKey, key) << "keys stay unique within a patch";
+
     // Deleting the sample silences the sampler; undo brings the sample and the link back.
     source.DeleteObject(sample);
     EXPECT_EQ(Player(sampler).sample, nullptr);
     EXPECT_NE(source.WriteXml().find("SAMPLE=\"" + key), std::string::npos)
         << "a link waiting for its sample is kept";
     source.Undo();
-    ASSERT_EQ(source.samples.size(), 1u);
-    EXPECT_EQ(Player(sampler).sample, source.samples[0].get());
+    ASSERT_EQ(source.samples.size(), 2u);
+    ASSERT_NE(source.FindSample(key), nullptr);
+    EXPECT_EQ(Player(sampler).sample, source.FindSample(key));
 
     // Unlinking is an undoable edit of the block.
     ASSERT_TRUE(source.AssignSample(sampler, nullptr));
     EXPECT_EQ(Player(sampler).sample, nullptr);
     source.Undo();
-    EXPECT_EQ(Player(sampler).sample, source.samples[0].get());
-    EXPECT_FALSE(source.AssignSample(source.FindBlock(0), source.samples[0].get())) << "not a sampler";
+    EXPECT_EQ(Player(sampler).sample, source.FindSample(key));
+    EXPECT_FALSE(source.AssignSample(source.FindBlock(0), source.FindSample(key))) << "not a sampler";
 }
