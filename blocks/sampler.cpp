@@ -33,9 +33,11 @@ void CSimpleSamplerBlock::ParameterChanged(int index) {
     if (index == kAmp) {
         const float v = values[kAmp];
         amplitude.store(v * v, std::memory_order_relaxed);
+    } else if (index == kPitch) {
+        // `frequency` follows "Pitch"; the playback step does not, so the sound stays.
+        for (int v = 0; v < kMaxVoices; ++v)
+            frequency[v].store(FrequencyFor(note[v]), std::memory_order_relaxed);
     }
-    // "Pitch" has no working value of its own: SetNote folds it into `frequency`, and the
-    // playback step ignores it.
 }
 
 std::string CSimpleSamplerBlock::DescribeValue(int index, float value) {
@@ -49,11 +51,14 @@ float CSimpleSamplerBlock::StepFor(float n) const {
            (sample->dataRate.load(std::memory_order_relaxed) / sampleRate);
 }
 
+float CSimpleSamplerBlock::FrequencyFor(float n) const {
+    return 440.0f * std::pow(2.0f, ((values[kPitch] - 0.5f) * 24.0f + n - 70.0f) * (1.0f / 12.0f));
+}
+
 void CSimpleSamplerBlock::SetNote(float pitch, float, int voice) {
     const int slot = monophonic ? 0 : voice;
     note[voice] = pitch;
-    frequency[slot] =
-        440.0f * std::pow(2.0f, ((values[kPitch] - 0.5f) * 24.0f + pitch - 70.0f) * (1.0f / 12.0f));
+    frequency[slot].store(FrequencyFor(pitch), std::memory_order_relaxed);
     if (monophonic) monoNote = pitch;
     voices[slot].step = StepFor(pitch);
 }

@@ -46,12 +46,15 @@ public:
 
     // Written by SetNote under the engine lock, read by Work under the same lock.
     float note[kMaxVoices];
-    float frequency[kMaxVoices] = {};
+    // The voice's pitch with "Pitch" applied; also rewritten by ParameterChanged. The sound
+    // does not depend on it.
+    std::atomic<float> frequency[kMaxVoices];
     PlayVoice voices[kMaxVoices];
     std::atomic<float> amplitude{0.0f};  // "Amp" squared
     float monoNote = 65.0f;
 
 private:
+    float FrequencyFor(float note) const;
     // Frames per output sample for `note`: the note against the root, times the ratio of
     // the recording rate to ours; 1 without a sample.
     float StepFor(float note) const;

@@ -64,10 +64,12 @@ TEST(SamplerPitch, PitchParameterMovesFrequencyButNotTheSound) {
     sampler.SetSample(sample.get());
     sampler.SetNote(70.0f, 100.0f, 0);
     const float step = sampler.voices[0].step;
+    EXPECT_NEAR(sampler.frequency[0], 440.0f, 0.01f);
     sampler.SetParameter(0, 1.0f);
+    EXPECT_NEAR(sampler.frequency[0], 880.0f, 0.01f) << "moved with the parameter";
     sampler.SetNote(70.0f, 100.0f, 0);
     EXPECT_NEAR(sampler.frequency[0], 880.0f, 0.01f);
-    EXPECT_EQ(sampler.voices[0].step, step);
+    EXPECT_EQ(sampler.voices[0].step, step) << "the step follows the note alone";
 }
 
 TEST(SamplerWork, EndOfSampleAndRestart) {
