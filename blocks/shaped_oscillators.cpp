@@ -391,8 +391,12 @@ void CSyncOscBlock::ParameterChanged(int index) {
     }
 }
 
+// The voice's running words go back to 0: its phase and the increment the last Work left,
+// so a pitch-modulated block right after the note chooses its table afresh.
 void CSyncOscBlock::NoteOn(int, int voice) {
-    if (phaseReset.load(std::memory_order_relaxed)) phase[voice] = 0;
+    if (!phaseReset.load(std::memory_order_relaxed)) return;
+    phase[voice] = 0;
+    phaseIncrement[voice] = 0;
 }
 
 void CSyncOscBlock::Work(int voice, int numSamples) {
@@ -475,8 +479,11 @@ void CPWMOscBlock::ParameterChanged(int index) {
     }
 }
 
+// As for the sync oscillator: phase and last increment back to 0.
 void CPWMOscBlock::NoteOn(int, int voice) {
-    if (phaseReset.load(std::memory_order_relaxed)) phase[voice] = 0;
+    if (!phaseReset.load(std::memory_order_relaxed)) return;
+    phase[voice] = 0;
+    phaseIncrement[voice] = 0;
 }
 
 void CPWMOscBlock::Work(int voice, int numSamples) {

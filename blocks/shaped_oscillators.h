@@ -108,7 +108,8 @@ public:
     CSyncOscBlock(VrokInstance* engine, float sampleRate);
 
     void ParameterChanged(int index) override;
-    // With "Phase reset" on, the note restarts the voice's master phase.
+    // With "Phase reset" on, the note restarts the voice's master phase and forgets its
+    // last increment.
     void NoteOn(int velocity, int voice) override;
     void Work(int voice, int numSamples) override;
 

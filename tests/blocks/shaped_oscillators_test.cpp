@@ -189,6 +189,7 @@ TEST(SyncWork, AmountZeroIsStillARatioAndResetRestartsThePhase) {
     osc.SetParameter(4, 1.0f);
     osc.NoteOn(100, 0);
     EXPECT_EQ(osc.phase[0], 0u);
+    EXPECT_EQ(osc.phaseIncrement[0], 0u);
 }
 
 TEST(PwmWork, DutyMeasuredFromAudio) {
