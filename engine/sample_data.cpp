@@ -33,8 +33,7 @@ void SampleData::SetFrames(std::vector<float> frames) {
     // `frames` now holds the old array and is freed here, outside the lock.
 }
 
-std::vector<float> SampleData::Frames() {
-    std::lock_guard<std::mutex> guard(lock);
+std::vector<float> SampleData::Frames() const {
     return std::vector<float>(data.begin(), data.begin() + numFrames);
 }
 

@@ -40,8 +40,10 @@ public:
     void SetFrames(std::vector<float> frames);
     // Frees the frames under `lock`.
     void Clear() { SetFrames({}); }
-    // A copy of the frames (without the guard entry). Takes `lock`.
-    std::vector<float> Frames();
+    // A copy of the frames (without the guard entry). Only on the thread that replaces the
+    // frames (the GUI's): it takes no lock, since the audio thread only reads them, so a
+    // copy of a long sample never holds up a playing voice.
+    std::vector<float> Frames() const;
 
     // Player list; both take `lock`. Not on the audio thread.
     void AddPlayer(SamplePlayer* player);

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "blocks/block_harness.h"
@@ -134,4 +136,31 @@ TEST(SamplerLink, SampleGoingAwayDetachesItsPlayers) {
     EXPECT_EQ(b.sample, nullptr);
     Step(a, kMaxFrames, 1, [&] { Feed(a, 1, 0, kMaxFrames, Const(1.0f)); });
     EXPECT_FALSE(a.active[0]);
+}
+
+// The audio thread plays while the GUI thread keeps replacing the frames with shorter and
+// longer ones: the sample's lock keeps every read inside the array it belongs to.
+TEST(SamplerLink, FramesReplacedWhilePlaying) {
+    auto sample = std::make_unique<SampleData>();
+    sample->SetFrames(std::vector<float>(5000, 0.25f));
+    CSimpleSamplerBlock sampler(&Engine(), kRate);
+    sampler.SetParameter(1, 1.0f);
+    sampler.SetSample(sample.get());
+    sampler.SetNote(94.0f, 100.0f, 0);  // four frames per output sample
+    std::atomic<bool> done{false};
+    std::atomic<long> outside{0};
+    std::thread audio([&] {
+        while (!done.load()) {
+            sampler.NoteOn(100, 0);
+            for (int b = 0; b < 8; ++b) {
+                Step(sampler, kMaxFrames, 1, [&] { Feed(sampler, 1, 0, kMaxFrames, Const(1.0f)); });
+                for (int i = 0; i < kMaxFrames; ++i) outside += std::fabs(sampler.output[0][i]) > 0.5f;
+            }
+        }
+    });
+    for (int k = 0; k < 300; ++k)
+        sample->SetFrames(std::vector<float>(size_t(10 + (k * 997) % 4000), k % 2 ? 0.5f : -0.5f));
+    done = true;
+    audio.join();
+    EXPECT_EQ(outside.load(), 0);
 }
