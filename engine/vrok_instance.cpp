@@ -12,6 +12,7 @@
 #include "engine/log.h"
 
 std::atomic<int> VrokInstance::voiceCursor{0};
+std::atomic<bool> VrokInstance::deferWaveTables{false};
 
 int ExternalKnobIndex(int type) {
     if (type >= 13 && type <= 16) return type - 13;
@@ -22,8 +23,7 @@ int ExternalKnobIndex(int type) {
 // [SECTION] Construction
 
 VrokInstance::VrokInstance(BlockFactory blockFactory) : factory(blockFactory) {
-    LoadOrBuildWaveTables(waveSets);
-    NoteTables::Acquire();
+    if (!deferWaveTables) PrepareWaveTables();
     heldNotes.reserve(kMaxHeldNotes);
     roots.reserve(kMaxBlocks);
     for (int v = 0; v < kMaxVoices; ++v) {
@@ -41,7 +41,14 @@ VrokInstance::~VrokInstance() {
     reverb.reset();
     chorus.reset();
     delay.reset();
-    NoteTables::Release();
+    if (waveTablesReady) NoteTables::Release();
+}
+
+void VrokInstance::PrepareWaveTables() {
+    if (waveTablesReady) return;
+    LoadOrBuildWaveTables(waveSets);
+    NoteTables::Acquire();
+    waveTablesReady = true;
 }
 
 // [SECTION] Graph edits

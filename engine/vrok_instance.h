@@ -39,8 +39,8 @@ struct Connection {
 
 class VrokInstance {
 public:
-    // Builds or loads the wave tables and takes a reference on the note tables.
-    // Allocates; never on the audio thread.
+    // Builds or loads the wave tables and takes a reference on the note tables, unless
+    // tables are deferred. Allocates; never on the audio thread.
     explicit VrokInstance(BlockFactory factory);
     ~VrokInstance();
     VrokInstance(const VrokInstance&) = delete;
@@ -81,6 +81,13 @@ public:
     void SetPortamento(float value);
     void SetBend(float value);
     void AdvanceGlides(int numSamples);
+
+    // Engines made while this is set leave their tables to PrepareWaveTables, so making one
+    // costs no file access: a tracker makes machines just to list them.
+    static std::atomic<bool> deferWaveTables;
+    // Loads or builds the tables once; must run before the first Render or note.
+    void PrepareWaveTables();
+    bool waveTablesReady = false;
 
     const WaveTable& WaveTableFor(int waveform, uint32_t increment) const {
         return waveSets[waveform].TableFor(increment);
