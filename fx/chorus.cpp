@@ -1,7 +1,14 @@
-// The master chorus: its tables, its two settings and the per-sample taps.
+// The master chorus: its tables, its two settings and the per-sample taps. Four samples
+// at a time where SSE2 is there: lane j is sample j, every lane runs the scalar formula's
+// operations in the scalar order, so both paths give the same bits.
 #include "fx/chorus.h"
 
+#include <algorithm>
 #include <cmath>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -14,22 +21,106 @@ inline float Cubic(float ym, float y0, float y1, float y2, float u) {
     return (ym - y0 - a) * u * u + a * u * u * u + (y1 - ym) * u + y0;
 }
 
-// One channel: three taps read at the phase word, summed as + - -.
-inline float Taps(const MasterChorus& chorus, const DelayRing& ring, uint32_t word) {
-    const int index = int(word >> 21);
-    const float t = float(word & 0x1FFFFFu) * kFractionScale;
-    float sum = 0.0f;
+// The cubic at slot i of the ring, wrapping each point by one size.
+inline float CubicAt(const DelayRing& ring, int i, float u) {
+    const float* data = ring.data.get();
+    if (i >= 1 && i + 2 < ring.size) return Cubic(data[i - 1], data[i], data[i + 1], data[i + 2], u);
+    return Cubic(data[ring.Wrap(i - 1)], data[ring.Wrap(i)], data[ring.Wrap(i + 1)], data[ring.Wrap(i + 2)], u);
+}
+
+// Table index above bit 21 and the fraction below it.
+inline int IndexOf(uint32_t word) { return int(word >> 21); }
+inline float FractionOf(uint32_t word) { return float(word & 0x1FFFFFu) * kFractionScale; }
+inline int TapPosition(int index, int k) { return (index + k * kThird) & (kChorusTable - 1); }
+
+// One channel at one sample: three taps read at the phase word, summed as + - -. `write`
+// is the ring's next slot as it stood after this sample was stored.
+inline float Taps(const MasterChorus& chorus, const DelayRing& ring, int write, uint32_t word) {
+    const int index = IndexOf(word);
+    const float t = FractionOf(word);
+    float taps[3];
     for (int k = 0; k < 3; ++k) {
-        const int position = (index + k * kThird) % kChorusTable;
-        const double q = ring.WrapPosition(double(ring.write) - double(chorus.TapDelay(position, t)));
+        // The tap delays stay far inside the ring, so one correction brings q into range.
+        double q = double(write) - double(chorus.TapDelay(TapPosition(index, k), t));
+        if (q < 0.0) q += ring.size;
         const int i = int(q);
-        const float u = float(q - double(i));
-        const float y = Cubic(ring.data[ring.Wrap(i - 1)], ring.data[ring.Wrap(i)], ring.data[ring.Wrap(i + 1)],
-                              ring.data[ring.Wrap(i + 2)], u);
-        sum += k == 0 ? y : -y;
+        taps[k] = CubicAt(ring, i, float(q - double(i)));
+    }
+    return taps[0] - taps[1] - taps[2];
+}
+
+#if defined(__SSE2__)
+inline __m128 CubicFour(__m128 ym, __m128 y0, __m128 y1, __m128 y2, __m128 u) {
+    const __m128 a = _mm_add_ps(_mm_sub_ps(_mm_sub_ps(y2, y1), ym), y0);
+    const __m128 first = _mm_mul_ps(_mm_mul_ps(_mm_sub_ps(_mm_sub_ps(ym, y0), a), u), u);
+    const __m128 second = _mm_mul_ps(_mm_mul_ps(_mm_mul_ps(a, u), u), u);
+    const __m128 third = _mm_mul_ps(_mm_sub_ps(y1, ym), u);
+    return _mm_add_ps(_mm_add_ps(_mm_add_ps(first, second), third), y0);
+}
+
+// Taps of four consecutive samples of one channel. The read point moves by about one slot
+// per sample, so the four lanes usually read four neighbouring windows: four unaligned
+// loads then serve all sixteen points. Otherwise each lane is read on its own.
+//
+// No double precision is needed for the same bits: with d split into whole part w and
+// fraction f (both exact in float), q = write - d has floor write - w - 1 and fraction
+// 1 - f when f > 0, and a float subtraction rounds 1 - f exactly as the double path does.
+__m128 TapsFour(const MasterChorus& chorus, const DelayRing& ring, const int write[4], const uint32_t word[4]) {
+    int index[4];
+    alignas(16) float t[4];
+    for (int j = 0; j < 4; ++j) {
+        index[j] = IndexOf(word[j]);
+        t[j] = FractionOf(word[j]);
+    }
+    const bool oneIndex = index[0] == index[3];  // the LFO crosses a table entry rarely
+    const __m128 tv = _mm_load_ps(t);
+    const __m128i writes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(write));
+    const __m128i size = _mm_set1_epi32(ring.size);
+    const __m128i steps = _mm_setr_epi32(0, 1, 2, 3);
+    const __m128 one = _mm_set1_ps(1.0f), zero = _mm_setzero_ps();
+    const float* data = ring.data.get();
+    __m128 sum = _mm_setzero_ps();
+    for (int k = 0; k < 3; ++k) {
+        __m128 delta, table;
+        if (oneIndex) {
+            const int p = TapPosition(index[0], k);
+            delta = _mm_set1_ps(chorus.delayDelta[p]);
+            table = _mm_set1_ps(chorus.delayTable[p]);
+        } else {
+            int p[4];
+            for (int j = 0; j < 4; ++j) p[j] = TapPosition(index[j], k);
+            delta = _mm_setr_ps(chorus.delayDelta[p[0]], chorus.delayDelta[p[1]], chorus.delayDelta[p[2]],
+                                chorus.delayDelta[p[3]]);
+            table = _mm_setr_ps(chorus.delayTable[p[0]], chorus.delayTable[p[1]], chorus.delayTable[p[2]],
+                                chorus.delayTable[p[3]]);
+        }
+        const __m128 d = _mm_add_ps(_mm_mul_ps(delta, tv), table);
+        const __m128i whole = _mm_cvttps_epi32(d);
+        const __m128 part = _mm_sub_ps(d, _mm_cvtepi32_ps(whole));
+        const __m128 hasPart = _mm_cmpgt_ps(part, zero);
+        const __m128 u = _mm_and_ps(hasPart, _mm_sub_ps(one, part));
+        // hasPart is all ones, -1 as an integer, where the floor steps one further down.
+        __m128i i = _mm_add_epi32(_mm_sub_epi32(writes, whole), _mm_castps_si128(hasPart));
+        i = _mm_add_epi32(i, _mm_and_si128(_mm_cmplt_epi32(i, _mm_setzero_si128()), size));
+        const int first = _mm_cvtsi128_si32(i);
+        const __m128i straight = _mm_cmpeq_epi32(i, _mm_add_epi32(_mm_set1_epi32(first), steps));
+        __m128 tap;
+        if (_mm_movemask_ps(_mm_castsi128_ps(straight)) == 0xF && first >= 1 && first + 5 < ring.size) {
+            const float* at = data + first;
+            tap = CubicFour(_mm_loadu_ps(at - 1), _mm_loadu_ps(at), _mm_loadu_ps(at + 1), _mm_loadu_ps(at + 2), u);
+        } else {
+            alignas(16) int lanes[4];
+            alignas(16) float fractions[4], values[4];
+            _mm_store_si128(reinterpret_cast<__m128i*>(lanes), i);
+            _mm_store_ps(fractions, u);
+            for (int j = 0; j < 4; ++j) values[j] = CubicAt(ring, lanes[j], fractions[j]);
+            tap = _mm_load_ps(values);
+        }
+        sum = k == 0 ? tap : _mm_sub_ps(sum, tap);
     }
     return sum;
 }
+#endif
 
 }  // namespace
 
@@ -54,14 +145,44 @@ void MasterChorus::SetPhasing(float value) { phaseOffset = uint32_t(int(value * 
 
 void MasterChorus::Process(StereoBuffers buffers, int numSamples) {
     const float dry = 1.0f - wet;
-    for (int s = 0; s < numSamples; ++s) {
-        phase += phaseStep;
-        const uint32_t phaseRight = phaseOffset + phase;
-        const float l = buffers.left[s];
-        const float r = buffers.right[s];
-        ringLeft.Push(l);
-        ringRight.Push(r);
-        buffers.left[s] = Taps(*this, ringLeft, phase) * wet + l * dry;
-        buffers.right[s] = Taps(*this, ringRight, phaseRight) * wet + r * dry;
+    // Every tap reads at least the shortest delay back, so a run of samples shorter than
+    // that can be stored first and read after: the same values, and no store feeding the
+    // next sample's loads.
+    const int run = std::max(1, int(centerDelay - depth) - 3);
+    for (int start = 0; start < numSamples; start += run) {
+        const int end = std::min(numSamples, start + run);
+        int write = ringLeft.write;
+        for (int s = start; s < end; ++s) {
+            ringLeft.Push(buffers.left[s]);
+            ringRight.Push(buffers.right[s]);
+        }
+        auto next = [&] { return write = write + 1 == ringLeft.size ? 0 : write + 1; };
+        int s = start;
+#if defined(__SSE2__)
+        const __m128 wetLanes = _mm_set1_ps(wet), dryLanes = _mm_set1_ps(dry);
+        for (; s + 4 <= end; s += 4) {
+            int writes[4];
+            uint32_t wordsLeft[4], wordsRight[4];
+            for (int j = 0; j < 4; ++j) {
+                phase += phaseStep;
+                wordsLeft[j] = phase;
+                wordsRight[j] = phaseOffset + phase;
+                writes[j] = next();
+            }
+            const __m128 left = TapsFour(*this, ringLeft, writes, wordsLeft);
+            const __m128 right = TapsFour(*this, ringRight, writes, wordsRight);
+            _mm_storeu_ps(buffers.left + s, _mm_add_ps(_mm_mul_ps(left, wetLanes),
+                                                       _mm_mul_ps(_mm_loadu_ps(buffers.left + s), dryLanes)));
+            _mm_storeu_ps(buffers.right + s, _mm_add_ps(_mm_mul_ps(right, wetLanes),
+                                                        _mm_mul_ps(_mm_loadu_ps(buffers.right + s), dryLanes)));
+        }
+#endif
+        for (; s < end; ++s) {
+            phase += phaseStep;
+            const uint32_t phaseRight = phaseOffset + phase;
+            next();
+            buffers.left[s] = Taps(*this, ringLeft, write, phase) * wet + buffers.left[s] * dry;
+            buffers.right[s] = Taps(*this, ringRight, write, phaseRight) * wet + buffers.right[s] * dry;
+        }
     }
 }

@@ -5,6 +5,10 @@
 #include <bit>
 #include <cmath>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace MasterReverb {
 namespace {
 
@@ -112,6 +116,9 @@ void Reverb::Process(StereoBuffers input, StereoBuffers output, int numSamples) 
     }
     const float wet = wetDry.value;
     const float dry = 1.0f - wet;
+#if defined(__SSE2__)
+    ProcessLanes(input, output, numSamples, increment, wet, dry);
+#else
     float* const buffer = delayBuffer.get();
     for (int s = 0; s < numSamples; ++s) {
         const float l = input.left[s];
@@ -127,17 +134,83 @@ void Reverb::Process(StereoBuffers input, StereoBuffers output, int numSamples) 
         }
         const float a = tap[0], b = tap[1], c = tap[2], d = tap[3];
         const float mix[kLines] = {d - a - b - c, a - b - c - d, b - a - c - d, c - a - b - d};
-        float outLeft = 0.0f, outRight = 0.0f;
+        float outLeft = kOutputGainLeft[0] * tap[0], outRight = kOutputGainRight[0] * tap[0];
         for (int i = 0; i < kLines; ++i) {
             const float in = mix[i] + kInputGainLeft[i] * l + kInputGainRight[i] * r;
             dampState[i] += (in - dampState[i]) * dampCoef[i];
             buffer[writeIndex + uint32_t(i)] = Storable(dampState[i] * feedbackGain[i]);
-            outLeft += kOutputGainLeft[i] * tap[i];
-            outRight += kOutputGainRight[i] * tap[i];
+            if (i > 0) {
+                outLeft += kOutputGainLeft[i] * tap[i];
+                outRight += kOutputGainRight[i] * tap[i];
+            }
         }
         output.left[s] = outLeft * wet + l * dry;
         output.right[s] = outRight * wet + r * dry;
     }
+#endif
 }
+
+#if defined(__SSE2__)
+// The four lines as the four lanes of one register: the lines of a time step sit side by
+// side in the buffer, so the write is one store. Each lane runs the scalar formula's
+// operations in its order.
+void Reverb::ProcessLanes(StereoBuffers input, StereoBuffers output, int numSamples, const int32_t* increment,
+                          float wet, float dry) {
+    float* const buffer = delayBuffer.get();
+    const __m128i lineIndex = _mm_setr_epi32(0, 1, 2, 3);
+    const __m128i mask = _mm_set1_epi32(int32_t(bufferMask));
+    const __m128i fractionMask = _mm_set1_epi32(0x3FFF);
+    const __m128i exponentBits = _mm_set1_epi32(0x7F800000);
+    const __m128i steps = _mm_loadu_si128(reinterpret_cast<const __m128i*>(increment));
+    const __m128i offsets = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lineOffset));
+    const __m128 fraction = _mm_set1_ps(kFraction), one = _mm_set1_ps(1.0f);
+    const __m128 gainInLeft = _mm_loadu_ps(kInputGainLeft), gainInRight = _mm_loadu_ps(kInputGainRight);
+    const __m128 gainOutLeft = _mm_loadu_ps(kOutputGainLeft), gainOutRight = _mm_loadu_ps(kOutputGainRight);
+    const __m128 coef = _mm_loadu_ps(dampCoef), feedback = _mm_loadu_ps(feedbackGain);
+    __m128i mod = _mm_loadu_si128(reinterpret_cast<const __m128i*>(modOffset));
+    __m128 state = _mm_loadu_ps(dampState);
+    for (int s = 0; s < numSamples; ++s) {
+        const float l = input.left[s];
+        const float r = input.right[s];
+        writeIndex = (writeIndex + kLines) & bufferMask;
+        mod = _mm_add_epi32(mod, steps);
+        const __m128i position = _mm_add_epi32(_mm_add_epi32(mod, _mm_set1_epi32(int32_t(writeIndex * 4096u))), offsets);
+        const __m128i p = _mm_and_si128(_mm_add_epi32(_mm_slli_epi32(_mm_srli_epi32(position, 14), 2), lineIndex), mask);
+        const __m128i later = _mm_and_si128(_mm_add_epi32(p, _mm_set1_epi32(kLines)), mask);
+        alignas(16) uint32_t at[4], next[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(at), p);
+        _mm_store_si128(reinterpret_cast<__m128i*>(next), later);
+        const __m128 older = _mm_setr_ps(buffer[at[0]], buffer[at[1]], buffer[at[2]], buffer[at[3]]);
+        const __m128 newer = _mm_setr_ps(buffer[next[0]], buffer[next[1]], buffer[next[2]], buffer[next[3]]);
+        const __m128 t = _mm_mul_ps(_mm_cvtepi32_ps(_mm_and_si128(mod, fractionMask)), fraction);
+        const __m128 tap = _mm_add_ps(_mm_mul_ps(newer, t), _mm_mul_ps(older, _mm_sub_ps(one, t)));
+        // Lanes: d - a - b - c, a - b - c - d, b - a - c - d, c - a - b - d.
+        const __m128 first = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(2, 1, 0, 3));
+        const __m128 second = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(0, 0, 1, 0));
+        const __m128 third = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(1, 2, 2, 1));
+        const __m128 fourth = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(3, 3, 3, 2));
+        const __m128 mix = _mm_sub_ps(_mm_sub_ps(_mm_sub_ps(first, second), third), fourth);
+        const __m128 in = _mm_add_ps(_mm_add_ps(mix, _mm_mul_ps(gainInLeft, _mm_set1_ps(l))),
+                                     _mm_mul_ps(gainInRight, _mm_set1_ps(r)));
+        state = _mm_add_ps(state, _mm_mul_ps(_mm_sub_ps(in, state), coef));
+        const __m128 written = _mm_mul_ps(state, feedback);
+        const __m128i exponent = _mm_and_si128(_mm_castps_si128(written), exponentBits);
+        const __m128i bad = _mm_or_si128(_mm_cmpeq_epi32(exponent, _mm_setzero_si128()), _mm_cmpeq_epi32(exponent, exponentBits));
+        _mm_storeu_ps(buffer + writeIndex, _mm_andnot_ps(_mm_castsi128_ps(bad), written));
+        // Both sums in the lines' order: (((g0 t0 + g1 t1) + g2 t2) + g3 t3).
+        const __m128 left = _mm_mul_ps(gainOutLeft, tap), right = _mm_mul_ps(gainOutRight, tap);
+        const __m128 low = _mm_unpacklo_ps(left, right), high = _mm_unpackhi_ps(left, right);
+        __m128 sum = _mm_add_ps(low, _mm_movehl_ps(low, low));
+        sum = _mm_add_ps(sum, high);
+        sum = _mm_add_ps(sum, _mm_movehl_ps(high, high));
+        alignas(16) float sums[4];
+        _mm_store_ps(sums, sum);
+        output.left[s] = sums[0] * wet + l * dry;
+        output.right[s] = sums[1] * wet + r * dry;
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(modOffset), mod);
+    _mm_storeu_ps(dampState, state);
+}
+#endif
 
 }  // namespace MasterReverb
