@@ -50,6 +50,8 @@ struct Patch {
             engine.Connect(slot, out, 0);
         }
         engine.RebuildOrder();
+        // The master stage runs behind every patch, so its effects are checked as well.
+        engine.chorusOn = engine.delayOn = engine.reverbOn = true;
     }
     VrokInstance engine;
     int slot = -1;
