@@ -69,9 +69,15 @@ void OneEffect(benchmark::State& state, Switch on) {
     }
     ReportRealtime(state);
 }
-void BM_ChorusAlone(benchmark::State& state) { OneEffect(state, [](VrokInstance& e) { e.chorusOn = true, e.chorus->wet = 0.5f; }); }
-void BM_DelayAlone(benchmark::State& state) { OneEffect(state, [](VrokInstance& e) { e.delayOn = true; }); }
-void BM_ReverbAlone(benchmark::State& state) { OneEffect(state, [](VrokInstance& e) { e.reverbOn = true; }); }
+void BM_ChorusAlone(benchmark::State& state) {
+    OneEffect(state, [](VrokInstance& e) { e.chorusOn = true, e.chorus->wet = 0.5f; });
+}
+void BM_DelayAlone(benchmark::State& state) {
+    OneEffect(state, [](VrokInstance& e) { e.delayOn = true; });
+}
+void BM_ReverbAlone(benchmark::State& state) {
+    OneEffect(state, [](VrokInstance& e) { e.reverbOn = true; });
+}
 BENCHMARK(BM_ChorusAlone);
 BENCHMARK(BM_DelayAlone);
 BENCHMARK(BM_ReverbAlone);

@@ -11,8 +11,16 @@
 
 namespace {
 
-enum : int { kSpeed, kTicks, kOctaves, kMode, kFirstStep, kFirstOffset = kFirstStep + kArpSteps,
-             kFirstChord = kFirstOffset + kArpSteps, kParamCount = kFirstChord + kArpSteps };
+enum : int {
+    kSpeed,
+    kTicks,
+    kOctaves,
+    kMode,
+    kFirstStep,
+    kFirstOffset = kFirstStep + kArpSteps,
+    kFirstChord = kFirstOffset + kArpSteps,
+    kParamCount = kFirstChord + kArpSteps
+};
 
 // Rows 4..51 are the pattern: 16 "step" switches, 16 "offset" pitches, 16 "chord" switches.
 constexpr std::array<ParamRow, kParamCount> MakeRows() {
@@ -56,7 +64,8 @@ void EraseFirst(std::vector<int>& list, int note) {
 
 }  // namespace
 
-CGlobalArpeggioBlock::CGlobalArpeggioBlock(VrokInstance* engine, float sampleRate) : CAudioBlock(engine, sampleRate) {
+CGlobalArpeggioBlock::CGlobalArpeggioBlock(VrokInstance* engine, float sampleRate)
+    : CAudioBlock(engine, sampleRate) {
     // The lists never hold more than the 128 keys, so the audio thread never grows them.
     orderList.reserve(128);
     sortedList.reserve(128);
@@ -79,28 +88,43 @@ CGlobalArpeggioBlock::~CGlobalArpeggioBlock() {
 
 void CGlobalArpeggioBlock::ParameterChanged(int index) {
     if (index < 0 || index >= numParameters) return;
-    const float value = std::clamp(values[index], 0.0f, 1.0f);
+    const float value = values[index];
     switch (index) {
-        case kSpeed: speed = SpeedOf(value); return;
-        case kTicks: tickCount = TicksOf(value); return;
-        case kOctaves: octaveCount = OctavesOf(value); return;
+        case kSpeed:
+            speed = SpeedOf(value);
+            return;
+        case kTicks:
+            tickCount = TicksOf(value);
+            return;
+        case kOctaves:
+            octaveCount = OctavesOf(value);
+            return;
         case kMode:
             arpMode = int(std::nearbyint(value * 5.0f));
             engine->SetArpeggiatorActive(arpMode > kOff);
             return;
-        default: break;
+        default:
+            break;
     }
-    if (index < kFirstOffset) stepOn[index - kFirstStep] = value > 0.5f;
-    else if (index < kFirstChord) stepOffset[index - kFirstOffset] = OffsetOf(value);
-    else stepChord[index - kFirstChord] = value > 0.5f;
+    if (index < kFirstOffset)
+        stepOn[index - kFirstStep] = value > 0.5f;
+    else if (index < kFirstChord)
+        stepOffset[index - kFirstOffset] = OffsetOf(value);
+    else
+        stepChord[index - kFirstChord] = value > 0.5f;
 }
 
 std::string CGlobalArpeggioBlock::DescribeValue(int index, float value) {
     switch (index) {
-        case kSpeed: return std::to_string(int(SpeedOf(value) * 100.0f)) + "%";
-        case kTicks: return std::to_string(TicksOf(value));
-        case kOctaves: return std::to_string(OctavesOf(value));
-        default: return DescribeRowValue(kArpRows.data()[std::clamp(index, 0, kParamCount - 1)], value, sampleRate);
+        case kSpeed:
+            return std::to_string(int(SpeedOf(value) * 100.0f)) + "%";
+        case kTicks:
+            return std::to_string(TicksOf(value));
+        case kOctaves:
+            return std::to_string(OctavesOf(value));
+        default:
+            if (index < 0 || index >= kParamCount) return {};
+            return DescribeRowValue(kArpRows[size_t(index)], value, sampleRate);
     }
 }
 
@@ -176,8 +200,10 @@ int CGlobalArpeggioBlock::ChooseNote() {
             fallNote();
             return n;
         }
-        case kOrdered: return climb(orderList);
-        default: return climb(sortedList);
+        case kOrdered:
+            return climb(orderList);
+        default:
+            return climb(sortedList);
     }
 }
 

@@ -25,7 +25,8 @@ inline float Cubic(float ym, float y0, float y1, float y2, float u) {
 inline float CubicAt(const DelayRing& ring, int i, float u) {
     const float* data = ring.data.get();
     if (i >= 1 && i + 2 < ring.size) return Cubic(data[i - 1], data[i], data[i + 1], data[i + 2], u);
-    return Cubic(data[ring.Wrap(i - 1)], data[ring.Wrap(i)], data[ring.Wrap(i + 1)], data[ring.Wrap(i + 2)], u);
+    return Cubic(data[ring.Wrap(i - 1)], data[ring.Wrap(i)], data[ring.Wrap(i + 1)], data[ring.Wrap(i + 2)],
+                 u);
 }
 
 // Table index above bit 21 and the fraction below it.
@@ -65,7 +66,8 @@ inline __m128 CubicFour(__m128 ym, __m128 y0, __m128 y1, __m128 y2, __m128 u) {
 // No double precision is needed for the same bits: with d split into whole part w and
 // fraction f (both exact in float), q = write - d has floor write - w - 1 and fraction
 // 1 - f when f > 0, and a float subtraction rounds 1 - f exactly as the double path does.
-__m128 TapsFour(const MasterChorus& chorus, const DelayRing& ring, const int write[4], const uint32_t word[4]) {
+__m128 TapsFour(const MasterChorus& chorus, const DelayRing& ring, const int write[4],
+                const uint32_t word[4]) {
     int index[4];
     alignas(16) float t[4];
     for (int j = 0; j < 4; ++j) {
@@ -107,7 +109,8 @@ __m128 TapsFour(const MasterChorus& chorus, const DelayRing& ring, const int wri
         __m128 tap;
         if (_mm_movemask_ps(_mm_castsi128_ps(straight)) == 0xF && first >= 1 && first + 5 < ring.size) {
             const float* at = data + first;
-            tap = CubicFour(_mm_loadu_ps(at - 1), _mm_loadu_ps(at), _mm_loadu_ps(at + 1), _mm_loadu_ps(at + 2), u);
+            tap = CubicFour(_mm_loadu_ps(at - 1), _mm_loadu_ps(at), _mm_loadu_ps(at + 1),
+                            _mm_loadu_ps(at + 2), u);
         } else {
             alignas(16) int lanes[4];
             alignas(16) float fractions[4], values[4];
@@ -141,7 +144,9 @@ void MasterChorus::SetSpeed(float value) {
     phaseStep = uint32_t(uint64_t(int64_t(word)));
 }
 
-void MasterChorus::SetPhasing(float value) { phaseOffset = uint32_t(int(value * 2048.0f * 0.33333334f)) << 20; }
+void MasterChorus::SetPhasing(float value) {
+    phaseOffset = uint32_t(int(value * 2048.0f * 0.33333334f)) << 20;
+}
 
 void MasterChorus::Process(StereoBuffers buffers, int numSamples) {
     const float dry = 1.0f - wet;
@@ -173,8 +178,9 @@ void MasterChorus::Process(StereoBuffers buffers, int numSamples) {
             const __m128 right = TapsFour(*this, ringRight, writes, wordsRight);
             _mm_storeu_ps(buffers.left + s, _mm_add_ps(_mm_mul_ps(left, wetLanes),
                                                        _mm_mul_ps(_mm_loadu_ps(buffers.left + s), dryLanes)));
-            _mm_storeu_ps(buffers.right + s, _mm_add_ps(_mm_mul_ps(right, wetLanes),
-                                                        _mm_mul_ps(_mm_loadu_ps(buffers.right + s), dryLanes)));
+            _mm_storeu_ps(buffers.right + s,
+                          _mm_add_ps(_mm_mul_ps(right, wetLanes),
+                                     _mm_mul_ps(_mm_loadu_ps(buffers.right + s), dryLanes)));
         }
 #endif
         for (; s < end; ++s) {

@@ -10,7 +10,8 @@ struct DelayRing {
     // `length` - 0.5, rounded to nearest with ties to even: 13230.0 and 13231.0 both give
     // 13230, so an exact odd length loses one. At least one slot. Allocates, zeroed.
     explicit DelayRing(float length)
-        : size(std::max(1, int(std::nearbyint(double(length) - 0.5)))), data(std::make_unique<float[]>(size_t(size))) {}
+        : size(std::max(1, int(std::nearbyint(double(length) - 0.5)))),
+          data(std::make_unique<float[]>(size_t(size))) {}
 
     // Stores `x` at `write` and moves on.
     void Push(float x) {

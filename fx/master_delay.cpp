@@ -16,9 +16,7 @@ constexpr int kSyncSteps = int(std::size(kSyncFractions));
 // Even slot at or below q: floor, then i - 0.5 rounded to nearest with ties to even,
 // which for i >= 0 is i with its low bit cleared. Reads are held over pairs of samples;
 // that coarse grain is the delay's character and must not become a plain floor.
-inline int EvenSlot(const DelayRing& ring, double q) {
-    return int(ring.WrapPosition(q)) & ~1;
-}
+inline int EvenSlot(const DelayRing& ring, double q) { return int(ring.WrapPosition(q)) & ~1; }
 
 }  // namespace
 
@@ -26,7 +24,8 @@ float SyncedMeasureFraction(float lengthValue) {
     return kSyncFractions[std::clamp(int(lengthValue * float(kSyncSteps)), 0, kSyncSteps - 1)];
 }
 
-MasterDelay::MasterDelay(float rate) : ringLeft(float(int(rate))), ringRight(float(int(rate))), sampleRate(rate) {
+MasterDelay::MasterDelay(float rate)
+    : ringLeft(float(int(rate))), ringRight(float(int(rate))), sampleRate(rate) {
     UpdateLengths();
 }
 
@@ -83,7 +82,8 @@ void MasterDelay::Process(StereoBuffers buffers, int numSamples) {
     const float dry = 1.0f - wetLevel;
     for (int s = 0; s < numSamples; ++s) {
         const float tapLeft = ringLeft.data[EvenSlot(ringLeft, double(ringLeft.write) - double(lengthLeft))];
-        const float tapRight = ringRight.data[EvenSlot(ringRight, double(ringRight.write) - double(lengthRight))];
+        const float tapRight =
+            ringRight.data[EvenSlot(ringRight, double(ringRight.write) - double(lengthRight))];
         const float l = buffers.left[s];
         const float r = buffers.right[s];
         const float a = feedback * tapLeft + l;

@@ -34,26 +34,33 @@ inline float Storable(float x) {
 
 }  // namespace
 
-Reverb::Reverb(float rate)
-    : sampleRate(rate), maxDelay(int(rate * 0.5f)), minDelay(rate * 0.013605442f) {
+Reverb::Reverb(float rate) : sampleRate(rate), maxDelay(int(rate * 0.5f)), minDelay(rate * 0.013605442f) {
     const uint32_t needed = uint32_t(std::max(maxDelay, 1)) * kLines;
     while (bufferSize < needed) bufferSize *= 2;
     bufferMask = bufferSize - 1;
     delayBuffer = std::make_unique<float[]>(bufferSize);  // value-initialised: zeroes
-    for (ReverbParameter* p : {&wetDry, &roomSize, &decay, &damping, &modSpeed, &modAmount}) ParameterUpdated(p);
+    for (ReverbParameter* p : {&wetDry, &roomSize, &decay, &damping, &modSpeed, &modAmount})
+        ParameterUpdated(p);
 }
 
 Reverb::~Reverb() = default;
 
 ReverbParameter* Reverb::ParameterById(int id) {
     switch (id) {
-        case 1: return &wetDry;
-        case 2: return &roomSize;
-        case 3: return &decay;
-        case 4: return &damping;
-        case 5: return &modAmount;
-        case 6: return &modSpeed;
-        default: return nullptr;
+        case 1:
+            return &wetDry;
+        case 2:
+            return &roomSize;
+        case 3:
+            return &decay;
+        case 4:
+            return &damping;
+        case 5:
+            return &modAmount;
+        case 6:
+            return &modSpeed;
+        default:
+            return nullptr;
     }
 }
 
@@ -174,8 +181,10 @@ void Reverb::ProcessLanes(StereoBuffers input, StereoBuffers output, int numSamp
         const float r = input.right[s];
         writeIndex = (writeIndex + kLines) & bufferMask;
         mod = _mm_add_epi32(mod, steps);
-        const __m128i position = _mm_add_epi32(_mm_add_epi32(mod, _mm_set1_epi32(int32_t(writeIndex * 4096u))), offsets);
-        const __m128i p = _mm_and_si128(_mm_add_epi32(_mm_slli_epi32(_mm_srli_epi32(position, 14), 2), lineIndex), mask);
+        const __m128i position =
+            _mm_add_epi32(_mm_add_epi32(mod, _mm_set1_epi32(int32_t(writeIndex * 4096u))), offsets);
+        const __m128i p =
+            _mm_and_si128(_mm_add_epi32(_mm_slli_epi32(_mm_srli_epi32(position, 14), 2), lineIndex), mask);
         const __m128i later = _mm_and_si128(_mm_add_epi32(p, _mm_set1_epi32(kLines)), mask);
         alignas(16) uint32_t at[4], next[4];
         _mm_store_si128(reinterpret_cast<__m128i*>(at), p);
@@ -195,7 +204,8 @@ void Reverb::ProcessLanes(StereoBuffers input, StereoBuffers output, int numSamp
         state = _mm_add_ps(state, _mm_mul_ps(_mm_sub_ps(in, state), coef));
         const __m128 written = _mm_mul_ps(state, feedback);
         const __m128i exponent = _mm_and_si128(_mm_castps_si128(written), exponentBits);
-        const __m128i bad = _mm_or_si128(_mm_cmpeq_epi32(exponent, _mm_setzero_si128()), _mm_cmpeq_epi32(exponent, exponentBits));
+        const __m128i bad = _mm_or_si128(_mm_cmpeq_epi32(exponent, _mm_setzero_si128()),
+                                         _mm_cmpeq_epi32(exponent, exponentBits));
         _mm_storeu_ps(buffer + writeIndex, _mm_andnot_ps(_mm_castsi128_ps(bad), written));
         // Both sums in the lines' order: (((g0 t0 + g1 t1) + g2 t2) + g3 t3).
         const __m128 left = _mm_mul_ps(gainOutLeft, tap), right = _mm_mul_ps(gainOutRight, tap);

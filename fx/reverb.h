@@ -69,8 +69,8 @@ private:
     void SetRoomSize();
     void SetDecay();
     void SetModDepth();
-    void ProcessLanes(StereoBuffers input, StereoBuffers output, int numSamples, const int32_t* increment, float wet,
-                      float dry);
+    void ProcessLanes(StereoBuffers input, StereoBuffers output, int numSamples, const int32_t* increment,
+                      float wet, float dry);
 };
 
 }  // namespace MasterReverb

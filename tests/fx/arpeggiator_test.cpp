@@ -64,9 +64,10 @@ protected:
         for (const auto& step : Steps(ticks)) notes.push_back(step.empty() ? -1 : step[0]);
         return notes;
     }
-    int NoteOns() const { return int(std::count_if(Calls().begin(), Calls().end(), [&](const Call& c) {
-        return c.what == "NoteOn" && c.slot == osc;
-    })); }
+    int NoteOns() const {
+        return int(std::count_if(Calls().begin(), Calls().end(),
+                                 [&](const Call& c) { return c.what == "NoteOn" && c.slot == osc; }));
+    }
 
     VrokInstance engine{ArpOrProbe};
     int osc = -1, out = -1;
@@ -97,7 +98,8 @@ TEST_F(Arpeggiator, KeysFillItsListsAndStartNothingUntilATick) {
     EXPECT_EQ(NoteOns(), 0);
     arp->Tick();
     ASSERT_EQ(NoteOns(), 1);
-    const auto on = std::find_if(Calls().begin(), Calls().end(), [](const Call& c) { return c.what == "NoteOn"; });
+    const auto on =
+        std::find_if(Calls().begin(), Calls().end(), [](const Call& c) { return c.what == "NoteOn"; });
     EXPECT_EQ(on->value, 80.0f) << "the arpeggiator plays at its own velocity";
     EXPECT_TRUE(engine.noteHeld[60]);
     engine.PressKey(200, 100);
@@ -233,7 +235,8 @@ TEST_F(Arpeggiator, StepsFallOnRenderCallsTimedFromTheHostMeasure) {
         }
         EXPECT_EQ(stepFrames[0], 0) << row.name << ": the first key plays at once";
         for (size_t k = 0; k < stepFrames.size(); ++k)
-            EXPECT_NEAR(double(stepFrames[k]), double(k) * row.period, kMaxFrames) << row.name << " step " << k;
+            EXPECT_NEAR(double(stepFrames[k]), double(k) * row.period, kMaxFrames)
+                << row.name << " step " << k;
         engine.ReleaseKey(60);
     }
 }
@@ -264,10 +267,11 @@ TEST_F(Arpeggiator, DescribesItsValues) {
         int index;
         float value;
         const char* text;
-    } rows[] = {{kSpeed, 0.5f, "100%"}, {kSpeed, 0.0f, "6%"}, {kSpeed, 1.0f, "2400%"}, {kTicks, 1.0f, "16"},
+    } rows[] = {{kSpeed, 0.5f, "100%"}, {kSpeed, 0.0f, "6%"},  {kSpeed, 1.0f, "2400%"}, {kTicks, 1.0f, "16"},
                 {kTicks, 0.0f, "1"},    {kOctaves, 1.0f, "4"}, {kMode, 0.2f, "20%"}};
     for (const Row& row : rows) EXPECT_EQ(arp->DescribeValue(row.index, row.value), row.text) << row.index;
-    EXPECT_EQ(arp->ParameterChoices(kMode), (std::vector<std::wstring>{L"off", L"up", L"down", L"rnd", L"ord", L"rev"}));
+    EXPECT_EQ(arp->ParameterChoices(kMode),
+              (std::vector<std::wstring>{L"off", L"up", L"down", L"rnd", L"ord", L"rev"}));
 }
 
 TEST(ArpeggiatorPatch, PatternSurvivesSavingAndLoading) {

@@ -141,11 +141,11 @@ TEST(DelayEcho, SyncedLengthIsANoteValueOfTheHostMeasure) {
         float lengthValue;
         int echoAt;  // frames
     } rows[] = {
-        {120.0, 0.0f, 2757},     // 1/32 of 88200 is 2756.25: heard from the next whole frame
-        {120.0, 0.45f, 11025},   // 1/8
-        {90.0, 0.7f, 29400},     // 1/4 at 90: 117600 / 4
-        {140.0, 0.6f, 14175},    // dotted 1/8 at 140: 75600 * 3 / 16
-        {60.0, 1.0f, 22050},     // a half note is 2 s: halved twice to fit the 1 s ring
+        {120.0, 0.0f, 2757},    // 1/32 of 88200 is 2756.25: heard from the next whole frame
+        {120.0, 0.45f, 11025},  // 1/8
+        {90.0, 0.7f, 29400},    // 1/4 at 90: 117600 / 4
+        {140.0, 0.6f, 14175},   // dotted 1/8 at 140: 75600 * 3 / 16
+        {60.0, 1.0f, 22050},    // a half note is 2 s: halved twice to fit the 1 s ring
     };
     for (const Row& row : rows) {
         MasterDelay delay(44100.0f);

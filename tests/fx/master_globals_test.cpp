@@ -2,7 +2,6 @@
 // own effect, values clamped when stored, and the settings surviving a rate change that
 // rebuilds the effects and drops their tails.
 #include <gtest/gtest.h>
-
 #include <tinyxml.h>
 
 #include <algorithm>
@@ -30,7 +29,8 @@ TEST(MasterGlobals, EveryEffectEventReachesItsOwnSetting) {
         {"Param_Chorus_Speed", 0.0f, [](const VrokInstance& e) { return e.chorus->phaseStep == 0u; }},
         {"Param_Chorus_Phasing", 0.0f, [](const VrokInstance& e) { return e.chorus->phaseOffset == 0u; }},
         {"Param_Delay_WetDry", 0.9f, [](const VrokInstance& e) { return e.delay->wet == 0.9f; }},
-        {"Param_Delay_Type", 1.0f, [](const VrokInstance& e) { return e.delay->mode == MasterDelay::kWiden; }},
+        {"Param_Delay_Type", 1.0f,
+         [](const VrokInstance& e) { return e.delay->mode == MasterDelay::kWiden; }},
         {"Param_Delay_TempoSync", 1.0f, [](const VrokInstance& e) { return e.delay->tempoSync; }},
         {"Param_Delay_Length", 0.2f, [](const VrokInstance& e) { return e.delay->lengthValue == 0.2f; }},
         {"Param_Delay_Cross", 0.3f, [](const VrokInstance& e) { return e.delay->cross == 0.3f; }},
@@ -64,7 +64,8 @@ TEST(MasterGlobals, RateChangeDropsTheTailsAndKeepsTheSettings) {
     VrokDoc doc;
     VrokInstance& engine = *doc.engine;
     PatchGlobal& global = *doc.global;
-    for (const char* name : {"Param_Reverb_Enable", "Param_Chorus_Enable", "Param_Delay_Enable"}) global.SetValue(name, 1.0f);
+    for (const char* name : {"Param_Reverb_Enable", "Param_Chorus_Enable", "Param_Delay_Enable"})
+        global.SetValue(name, 1.0f);
     global.SetValue("Param_Reverb_Roomsize", 0.0f);
     global.SetValue("Param_Chorus_WetDry", 0.5f);
     global.SetValue("Param_Delay_Length", 0.1f);

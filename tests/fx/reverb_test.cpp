@@ -36,7 +36,8 @@ TEST(ReverbSize, BufferIsThePowerOfTwoAboveFourHalfSecondLines) {
     struct Row {
         float rate;
         uint32_t floats;
-    } rows[] = {{44100.0f, 131072}, {48000.0f, 131072}, {22050.0f, 65536}, {96000.0f, 262144}, {8000.0f, 16384}};
+    } rows[] = {
+        {44100.0f, 131072}, {48000.0f, 131072}, {22050.0f, 65536}, {96000.0f, 262144}, {8000.0f, 16384}};
     for (const Row& row : rows) {
         Reverb reverb(row.rate);
         EXPECT_EQ(reverb.bufferSize, row.floats) << row.rate;
@@ -48,7 +49,9 @@ TEST(ReverbSize, RoomsizeZeroGivesTheShortLinesAtAnyRate) {
     for (float rate : {22050.0f, 44100.0f, 96000.0f}) {
         Reverb reverb(rate);
         Set(reverb, reverb.roomSize, 0.0f);
-        EXPECT_EQ(std::vector<int>(reverb.lineDelay, reverb.lineDelay + 4), (std::vector<int>{64, 73, 82, 87})) << rate;
+        EXPECT_EQ(std::vector<int>(reverb.lineDelay, reverb.lineDelay + 4),
+                  (std::vector<int>{64, 73, 82, 87}))
+            << rate;
     }
     // Full modulation is limited to five samples inside the shortest line where the rate
     // would allow more.
@@ -104,7 +107,8 @@ TEST(ReverbWork, ModulationAtRestLeavesTheDampingAsCooked) {
     Set(reverb, reverb.modSpeed, 0.0f);
     EXPECT_EQ(reverb.lfoStep, 0.0f);
     RunSilence(reverb, 44100);  // the offsets settle on their frozen targets
-    for (int i = 0; i < 4; ++i) EXPECT_FLOAT_EQ(reverb.dampCoef[i], 2 * reverb.dampRatio[i] / (reverb.dampRatio[i] + 1));
+    for (int i = 0; i < 4; ++i)
+        EXPECT_FLOAT_EQ(reverb.dampCoef[i], 2 * reverb.dampRatio[i] / (reverb.dampRatio[i] + 1));
     Set(reverb, reverb.modSpeed, 1.0f);
     RunSilence(reverb, 2 * kMaxFrames);  // line 0 starts at sine 0 and moves from the second call
     const float open = 1.7f * reverb.dampRatio[0];
