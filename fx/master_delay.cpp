@@ -13,10 +13,10 @@ constexpr float kSyncFractions[] = {1.0f / 32, 1.0f / 24, 1.0f / 16, 1.0f / 12, 
                                     1.0f / 6,  3.0f / 16, 1.0f / 4,  1.0f / 3,  3.0f / 8,  1.0f / 2};
 constexpr int kSyncSteps = int(std::size(kSyncFractions));
 
-// Even slot at or below q: floor, then i - 0.5 rounded to nearest with ties to even,
-// which for i >= 0 is i with its low bit cleared. Reads are held over pairs of samples;
-// that coarse grain is the delay's character and must not become a plain floor.
-inline int EvenSlot(const DelayRing& ring, double q) { return int(ring.WrapPosition(q)) & ~1; }
+// The slot read for floor(q) = i: i - 0.5 rounded to nearest with ties to even, which
+// for i >= 0 is i with its low bit cleared. Reads are held over pairs of samples; that
+// coarse grain is the delay's character and must not become a plain floor.
+inline int EvenSlot(int i) { return i & ~1; }
 
 }  // namespace
 
@@ -80,10 +80,17 @@ void MasterDelay::Process(StereoBuffers buffers, int numSamples) {
     const float crossLevel = cross;
     const float keep = 1.0f - crossLevel;
     const float dry = 1.0f - wetLevel;
+    // The lengths hold for the block, so each read slot is found once and then moves on by
+    // one slot a sample: adding whole samples to q moves its floor by as much, exactly.
+    int readLeft = int(ringLeft.WrapPosition(double(ringLeft.write) - double(lengthLeft)));
+    int readRight = int(ringRight.WrapPosition(double(ringRight.write) - double(lengthRight)));
+    float* const left = ringLeft.data.get();
+    float* const right = ringRight.data.get();
     for (int s = 0; s < numSamples; ++s) {
-        const float tapLeft = ringLeft.data[EvenSlot(ringLeft, double(ringLeft.write) - double(lengthLeft))];
-        const float tapRight =
-            ringRight.data[EvenSlot(ringRight, double(ringRight.write) - double(lengthRight))];
+        const float tapLeft = left[EvenSlot(readLeft)];
+        const float tapRight = right[EvenSlot(readRight)];
+        if (++readLeft == ringLeft.size) readLeft = 0;
+        if (++readRight == ringRight.size) readRight = 0;
         const float l = buffers.left[s];
         const float r = buffers.right[s];
         const float a = feedback * tapLeft + l;
