@@ -169,54 +169,66 @@ void Reverb::ProcessLanes(StereoBuffers input, StereoBuffers output, int numSamp
     const __m128i fractionMask = _mm_set1_epi32(0x3FFF);
     const __m128i exponentBits = _mm_set1_epi32(0x7F800000);
     const __m128i steps = _mm_loadu_si128(reinterpret_cast<const __m128i*>(increment));
-    const __m128i offsets = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lineOffset));
     const __m128 fraction = _mm_set1_ps(kFraction), one = _mm_set1_ps(1.0f);
     const __m128 gainInLeft = _mm_loadu_ps(kInputGainLeft), gainInRight = _mm_loadu_ps(kInputGainRight);
     const __m128 gainOutLeft = _mm_loadu_ps(kOutputGainLeft), gainOutRight = _mm_loadu_ps(kOutputGainRight);
     const __m128 coef = _mm_loadu_ps(dampCoef), feedback = _mm_loadu_ps(feedbackGain);
     __m128i mod = _mm_loadu_si128(reinterpret_cast<const __m128i*>(modOffset));
     __m128 state = _mm_loadu_ps(dampState);
-    for (int s = 0; s < numSamples; ++s) {
-        const float l = input.left[s];
-        const float r = input.right[s];
-        writeIndex = (writeIndex + kLines) & bufferMask;
-        mod = _mm_add_epi32(mod, steps);
-        const __m128i position =
-            _mm_add_epi32(_mm_add_epi32(mod, _mm_set1_epi32(int32_t(writeIndex * 4096u))), offsets);
-        const __m128i p =
-            _mm_and_si128(_mm_add_epi32(_mm_slli_epi32(_mm_srli_epi32(position, 14), 2), lineIndex), mask);
-        const __m128i later = _mm_and_si128(_mm_add_epi32(p, _mm_set1_epi32(kLines)), mask);
-        alignas(16) uint32_t at[4], next[4];
-        _mm_store_si128(reinterpret_cast<__m128i*>(at), p);
-        _mm_store_si128(reinterpret_cast<__m128i*>(next), later);
-        const __m128 older = _mm_setr_ps(buffer[at[0]], buffer[at[1]], buffer[at[2]], buffer[at[3]]);
-        const __m128 newer = _mm_setr_ps(buffer[next[0]], buffer[next[1]], buffer[next[2]], buffer[next[3]]);
-        const __m128 t = _mm_mul_ps(_mm_cvtepi32_ps(_mm_and_si128(mod, fractionMask)), fraction);
-        const __m128 tap = _mm_add_ps(_mm_mul_ps(newer, t), _mm_mul_ps(older, _mm_sub_ps(one, t)));
-        // Lanes: d - a - b - c, a - b - c - d, b - a - c - d, c - a - b - d.
-        const __m128 first = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(2, 1, 0, 3));
-        const __m128 second = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(0, 0, 1, 0));
-        const __m128 third = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(1, 2, 2, 1));
-        const __m128 fourth = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(3, 3, 3, 2));
-        const __m128 mix = _mm_sub_ps(_mm_sub_ps(_mm_sub_ps(first, second), third), fourth);
-        const __m128 in = _mm_add_ps(_mm_add_ps(mix, _mm_mul_ps(gainInLeft, _mm_set1_ps(l))),
-                                     _mm_mul_ps(gainInRight, _mm_set1_ps(r)));
-        state = _mm_add_ps(state, _mm_mul_ps(_mm_sub_ps(in, state), coef));
-        const __m128 written = _mm_mul_ps(state, feedback);
-        const __m128i exponent = _mm_and_si128(_mm_castps_si128(written), exponentBits);
-        const __m128i bad = _mm_or_si128(_mm_cmpeq_epi32(exponent, _mm_setzero_si128()),
-                                         _mm_cmpeq_epi32(exponent, exponentBits));
-        _mm_storeu_ps(buffer + writeIndex, _mm_andnot_ps(_mm_castsi128_ps(bad), written));
-        // Both sums in the lines' order: (((g0 t0 + g1 t1) + g2 t2) + g3 t3).
-        const __m128 left = _mm_mul_ps(gainOutLeft, tap), right = _mm_mul_ps(gainOutRight, tap);
-        const __m128 low = _mm_unpacklo_ps(left, right), high = _mm_unpackhi_ps(left, right);
-        __m128 sum = _mm_add_ps(low, _mm_movehl_ps(low, low));
-        sum = _mm_add_ps(sum, high);
-        sum = _mm_add_ps(sum, _mm_movehl_ps(high, high));
-        alignas(16) float sums[4];
-        _mm_store_ps(sums, sum);
-        output.left[s] = sums[0] * wet + l * dry;
-        output.right[s] = sums[1] * wet + r * dry;
+    // The read position in 18.14 is displacement + writeIndex * 4096 + lineOffset. Each
+    // sample adds the displacement's step and one time step (16384); where writeIndex wraps,
+    // the sum runs on by a multiple of the buffer, which the mask removes. The fraction is
+    // the displacement's, since the other two terms are whole time steps.
+    __m128i position = _mm_add_epi32(_mm_add_epi32(mod, _mm_set1_epi32(int32_t(writeIndex * 4096u))),
+                                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(lineOffset)));
+    const __m128i advance = _mm_add_epi32(steps, _mm_set1_epi32(16384));
+    // Wet sums of each sample, left and right; mixed with the dry signal after each run.
+    alignas(16) float sums[2 * kMaxFrames];
+    for (int start = 0; start < numSamples; start += kMaxFrames) {
+        const int end = std::min(numSamples, start + kMaxFrames);
+        for (int s = start; s < end; ++s) {
+            const float l = input.left[s];
+            const float r = input.right[s];
+            writeIndex = (writeIndex + kLines) & bufferMask;
+            position = _mm_add_epi32(position, advance);
+            const __m128i p = _mm_and_si128(
+                _mm_add_epi32(_mm_slli_epi32(_mm_srli_epi32(position, 14), 2), lineIndex), mask);
+            const __m128i later = _mm_and_si128(_mm_add_epi32(p, _mm_set1_epi32(kLines)), mask);
+            alignas(16) uint32_t at[4], next[4];
+            _mm_store_si128(reinterpret_cast<__m128i*>(at), p);
+            _mm_store_si128(reinterpret_cast<__m128i*>(next), later);
+            const __m128 older = _mm_setr_ps(buffer[at[0]], buffer[at[1]], buffer[at[2]], buffer[at[3]]);
+            const __m128 newer =
+                _mm_setr_ps(buffer[next[0]], buffer[next[1]], buffer[next[2]], buffer[next[3]]);
+            const __m128 t = _mm_mul_ps(_mm_cvtepi32_ps(_mm_and_si128(position, fractionMask)), fraction);
+            const __m128 tap = _mm_add_ps(_mm_mul_ps(newer, t), _mm_mul_ps(older, _mm_sub_ps(one, t)));
+            // Lanes: d - a - b - c, a - b - c - d, b - a - c - d, c - a - b - d.
+            const __m128 first = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(2, 1, 0, 3));
+            const __m128 second = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(0, 0, 1, 0));
+            const __m128 third = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(1, 2, 2, 1));
+            const __m128 fourth = _mm_shuffle_ps(tap, tap, _MM_SHUFFLE(3, 3, 3, 2));
+            const __m128 mix = _mm_sub_ps(_mm_sub_ps(_mm_sub_ps(first, second), third), fourth);
+            const __m128 in = _mm_add_ps(_mm_add_ps(mix, _mm_mul_ps(gainInLeft, _mm_set1_ps(l))),
+                                         _mm_mul_ps(gainInRight, _mm_set1_ps(r)));
+            state = _mm_add_ps(state, _mm_mul_ps(_mm_sub_ps(in, state), coef));
+            const __m128 written = _mm_mul_ps(state, feedback);
+            const __m128i exponent = _mm_and_si128(_mm_castps_si128(written), exponentBits);
+            const __m128i bad = _mm_or_si128(_mm_cmpeq_epi32(exponent, _mm_setzero_si128()),
+                                             _mm_cmpeq_epi32(exponent, exponentBits));
+            _mm_storeu_ps(buffer + writeIndex, _mm_andnot_ps(_mm_castsi128_ps(bad), written));
+            // Both sums in the lines' order: (((g0 t0 + g1 t1) + g2 t2) + g3 t3).
+            const __m128 left = _mm_mul_ps(gainOutLeft, tap), right = _mm_mul_ps(gainOutRight, tap);
+            const __m128 low = _mm_unpacklo_ps(left, right), high = _mm_unpackhi_ps(left, right);
+            __m128 sum = _mm_add_ps(low, _mm_movehl_ps(low, low));
+            sum = _mm_add_ps(sum, high);
+            sum = _mm_add_ps(sum, _mm_movehl_ps(high, high));
+            _mm_storel_pi(reinterpret_cast<__m64*>(sums + 2 * (s - start)), sum);
+            mod = _mm_add_epi32(mod, steps);
+        }
+        for (int s = start; s < end; ++s) {
+            output.left[s] = sums[2 * (s - start)] * wet + input.left[s] * dry;
+            output.right[s] = sums[2 * (s - start) + 1] * wet + input.right[s] * dry;
+        }
     }
     _mm_storeu_si128(reinterpret_cast<__m128i*>(modOffset), mod);
     _mm_storeu_ps(dampState, state);
