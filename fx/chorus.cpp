@@ -147,17 +147,15 @@ VROK_AVX2 inline __m256 CubicEight(__m256 ym, __m256 y0, __m256 y1, __m256 y2, _
 }
 
 // TapsFour over eight samples; see there for the split of d that avoids doubles.
-VROK_AVX2 __m256 TapsEight(const MasterChorus& chorus, const DelayRing& ring, const int write[8],
-                           const uint32_t word[8]) {
-    int index[8];
-    alignas(32) float t[8];
-    for (int j = 0; j < 8; ++j) {
-        index[j] = IndexOf(word[j]);
-        t[j] = FractionOf(word[j]);
-    }
-    const bool oneIndex = index[0] == index[7];
-    const __m256 tv = _mm256_load_ps(t);
-    const __m256i writes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(write));
+// The index and fraction of each phase word are taken in the register, as IndexOf and
+// FractionOf take them.
+VROK_AVX2 inline __m256 TapsEight(const MasterChorus& chorus, const DelayRing& ring, __m256i writes,
+                                  __m256i words) {
+    const __m256i indexes = _mm256_srli_epi32(words, 21);
+    const __m256 tv = _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_and_si256(words, _mm256_set1_epi32(0x1FFFFF))),
+                                    _mm256_set1_ps(kFractionScale));
+    const int firstIndex = _mm256_cvtsi256_si32(indexes);
+    const bool oneIndex = firstIndex == _mm256_extract_epi32(indexes, 7);
     const __m256i size = _mm256_set1_epi32(ring.size);
     const __m256i steps = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     const __m256 one = _mm256_set1_ps(1.0f), zero = _mm256_setzero_ps();
@@ -166,11 +164,13 @@ VROK_AVX2 __m256 TapsEight(const MasterChorus& chorus, const DelayRing& ring, co
     for (int k = 0; k < 3; ++k) {
         __m256 delta, table;
         if (oneIndex) {
-            const int p = TapPosition(index[0], k);
+            const int p = TapPosition(firstIndex, k);
             delta = _mm256_set1_ps(chorus.delayDelta[p]);
             table = _mm256_set1_ps(chorus.delayTable[p]);
         } else {
+            alignas(32) int index[8];
             alignas(32) float deltas[8], tables[8];
+            _mm256_store_si256(reinterpret_cast<__m256i*>(index), indexes);
             for (int j = 0; j < 8; ++j) {
                 const int p = TapPosition(index[j], k);
                 deltas[j] = chorus.delayDelta[p];
@@ -211,16 +211,20 @@ VROK_AVX2 __m256 TapsEight(const MasterChorus& chorus, const DelayRing& ring, co
 // stopped. `write` follows the rings' write slot sample by sample.
 VROK_AVX2 int RunEight(MasterChorus& chorus, StereoBuffers buffers, int s, int end, int& write) {
     const __m256 wet = _mm256_set1_ps(chorus.wet), dry = _mm256_set1_ps(1.0f - chorus.wet);
+    const __m256i counts = _mm256_setr_epi32(1, 2, 3, 4, 5, 6, 7, 8);
+    // Phase words wrap modulo 2^32 in the lanes exactly as in the scalar sum.
+    const __m256i phaseSteps = _mm256_mullo_epi32(counts, _mm256_set1_epi32(int32_t(chorus.phaseStep)));
+    const __m256i offset = _mm256_set1_epi32(int32_t(chorus.phaseOffset));
+    const __m256i size = _mm256_set1_epi32(chorus.ringLeft.size);
+    const __m256i last = _mm256_set1_epi32(chorus.ringLeft.size - 1);
     for (; s + 8 <= end; s += 8) {
-        int writes[8];
-        uint32_t wordsLeft[8], wordsRight[8];
-        for (int j = 0; j < 8; ++j) {
-            chorus.phase += chorus.phaseStep;
-            wordsLeft[j] = chorus.phase;
-            wordsRight[j] = chorus.phaseOffset + chorus.phase;
-            write = write + 1 == chorus.ringLeft.size ? 0 : write + 1;
-            writes[j] = write;
-        }
+        const __m256i wordsLeft = _mm256_add_epi32(_mm256_set1_epi32(int32_t(chorus.phase)), phaseSteps);
+        const __m256i wordsRight = _mm256_add_epi32(wordsLeft, offset);
+        chorus.phase += 8u * chorus.phaseStep;
+        // The write slot after each sample's store; it wraps at most once in eight.
+        __m256i writes = _mm256_add_epi32(_mm256_set1_epi32(write), counts);
+        writes = _mm256_sub_epi32(writes, _mm256_and_si256(_mm256_cmpgt_epi32(writes, last), size));
+        write = _mm256_extract_epi32(writes, 7);
         const __m256 left = TapsEight(chorus, chorus.ringLeft, writes, wordsLeft);
         const __m256 right = TapsEight(chorus, chorus.ringRight, writes, wordsRight);
         _mm256_storeu_ps(
@@ -266,10 +270,8 @@ void MasterChorus::Process(StereoBuffers buffers, int numSamples) {
     for (int start = 0; start < numSamples; start += run) {
         const int end = std::min(numSamples, start + run);
         int write = ringLeft.write;
-        for (int s = start; s < end; ++s) {
-            ringLeft.Push(buffers.left[s]);
-            ringRight.Push(buffers.right[s]);
-        }
+        ringLeft.PushRun(buffers.left + start, end - start);
+        ringRight.PushRun(buffers.right + start, end - start);
         auto next = [&] { return write = write + 1 == ringLeft.size ? 0 : write + 1; };
         int s = start;
 #if defined(__x86_64__)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <memory>
 
 struct DelayRing {
@@ -17,6 +18,17 @@ struct DelayRing {
     void Push(float x) {
         data[write] = x;
         if (++write == size) write = 0;
+    }
+    // Stores `n` samples in order, as n Pushes would.
+    void PushRun(const float* x, int n) {
+        while (n > 0) {
+            const int piece = std::min(n, size - write);
+            std::memcpy(data.get() + write, x, sizeof(float) * size_t(piece));
+            x += piece;
+            n -= piece;
+            write += piece;
+            if (write == size) write = 0;
+        }
     }
     // An index at most one `size` outside 0..size-1, brought back in.
     int Wrap(int i) const { return i < 0 ? i + size : (i >= size ? i - size : i); }

@@ -51,6 +51,18 @@ TEST(DelayRingLength, RoundsLengthLessAHalfToEven) {
     for (const Row& row : rows) EXPECT_EQ(DelayRing(row.length).size, row.size) << row.length;
 }
 
+TEST(DelayRingLength, ARunOfSamplesWrapsLikeSinglePushes) {
+    DelayRing single(10.0f), run(10.0f);
+    const float x[23] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23};
+    for (int start : {0, 7, 8}) {  // 7 samples, then 1, then 15: past the end twice
+        const int n = start == 0 ? 7 : start == 7 ? 1 : 15;
+        for (int i = 0; i < n; ++i) single.Push(x[start + i]);
+        run.PushRun(x + start, n);
+        ASSERT_EQ(run.write, single.write) << start;
+        for (int i = 0; i < single.size; ++i) ASSERT_EQ(run.data[i], single.data[i]) << start << " " << i;
+    }
+}
+
 // [SECTION] Chorus
 
 TEST(ChorusRange, TapsStayWithinCentreAndDepthWhateverTheRate) {
