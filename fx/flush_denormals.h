@@ -5,21 +5,19 @@
 
 #if defined(__SSE__) || defined(__x86_64__)
 #include <xmmintrin.h>
-#endif
 
 class ScopedFlushDenormals {
 public:
-#if defined(__SSE__) || defined(__x86_64__)
     static constexpr unsigned kFlushBits = 0x8040;  // FTZ | DAZ
     ScopedFlushDenormals() : saved(_mm_getcsr()) { _mm_setcsr(saved | kFlushBits); }
     ~ScopedFlushDenormals() { _mm_setcsr(saved); }
+    ScopedFlushDenormals(const ScopedFlushDenormals&) = delete;
+    ScopedFlushDenormals& operator=(const ScopedFlushDenormals&) = delete;
 
 private:
     unsigned saved;
-#else
-    ScopedFlushDenormals() = default;
-#endif
-public:
-    ScopedFlushDenormals(const ScopedFlushDenormals&) = delete;
-    ScopedFlushDenormals& operator=(const ScopedFlushDenormals&) = delete;
 };
+#else
+// Elsewhere the effects rely on their own guards: the reverb never stores a denormal.
+class ScopedFlushDenormals {};
+#endif
