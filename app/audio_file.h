@@ -15,8 +15,12 @@ struct WriteResult {
     long clippedSamples = 0;  // samples outside -1..1 (clipped in the integer formats)
 };
 
-// A stereo WAV file written piece by piece into a temporary file beside `path`, which
-// only Finish renames over `path`. Destroyed unfinished, it removes the temporary file.
+// A stereo WAV file written piece by piece into a temporary file, which only Finish puts
+// in place. For a regular file (or a link to one) the temporary lies beside the target and
+// is renamed over it; a device such as /dev/null or a pipe is written in one go from a
+// temporary in $TMPDIR, since a WAV header cannot be patched there afterwards. Pieces are
+// gathered in memory and written in large blocks. Destroyed unfinished, or interrupted by
+// Ctrl-C, it removes the temporary file.
 class StereoWavWriter {
 public:
     StereoWavWriter() = default;
@@ -29,14 +33,19 @@ public:
     // Interleaved stereo in -1..1; samples outside are counted (and clipped by the integer
     // formats). False once a write has failed.
     bool Write(const float* interleaved, long frames);
-    // Closes and renames; after a failure the temporary file is gone.
+    // Closes and puts the file in place; after a failure the temporary file is gone.
     WriteResult Finish();
     // Closes and removes the temporary file.
     void Abort();
 
 private:
+    bool Flush();
+    bool CopyToTarget();
+
     SNDFILE* file = nullptr;
-    std::string path, temporary, error;
+    std::string path, target, temporary, error;
+    bool inPlace = false;
+    std::vector<float> pending;  // interleaved frames not yet handed to libsndfile
     long clipped = 0;
 };
 

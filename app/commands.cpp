@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -17,6 +18,8 @@
 #include "app/patch_load.h"
 #include "app/progress.h"
 #include "app/render.h"
+#include "app/sample_options.h"
+#include "app/scope_dump.h"
 #include "document/vrok_doc.h"
 #include "engine/vrok_instance.h"
 #include "machine/machine.h"
@@ -67,9 +70,30 @@ void CheckOutputPlace(const std::string& path) {
         throw InputError(path + ": directory " + parent.string() + " does not exist");
 }
 
+// The time of the last thing a plan plays.
+double LastEventSeconds(const RenderPlan& plan) {
+    double last = 0.0;
+    for (const MidiNoteEvent& event : plan.midiNotes) last = std::max(last, event.seconds);
+    for (const NoteSpec& note : plan.trackNotes) last = std::max({last, note.start, note.end.value_or(0.0)});
+    return last;
+}
+
+std::string LastEventTooLate(double last) {
+    char text[160];
+    std::snprintf(text, sizeof text, "events run to %.0f s, past the %.0f s a render may last; give --seconds to render "
+                  "the start of it", last, kMaxRenderSeconds);
+    return text;
+}
+
 RenderPlan MakePlan(const RenderOptions& options) {
     RenderPlan plan;
-    plan.seconds = options.seconds;
+    if (!options.seconds.empty()) {
+        const std::optional<double> seconds = ParseSeconds(options.seconds);
+        if (!seconds || *seconds <= 0.0 || *seconds > kMaxRenderSeconds)
+            throw UsageError("--seconds '" + options.seconds + "': expected seconds above 0, at most " +
+                             std::to_string(int(kMaxRenderSeconds)));
+        plan.seconds = seconds;
+    }
     for (const std::string& text : options.play) {
         const NoteSpec parsed = ParseNoteSpec("--play", text);
         const int velocity = parsed.velocity.value_or(127);
@@ -82,6 +106,8 @@ RenderPlan MakePlan(const RenderOptions& options) {
         const auto [knob, value] = ParseKnobSpec(text);
         plan.knobs[size_t(knob)] = value;
     }
+    if (!plan.seconds && LastEventSeconds(plan) > kMaxRenderSeconds)
+        throw UsageError("--play/--track: " + LastEventTooLate(LastEventSeconds(plan)));
     return plan;
 }
 
@@ -110,8 +136,11 @@ int RunRender(const RenderOptions& options) {
 
         // Then the files.
         CheckOutputPlace(options.output);
+        if (!options.scopeDump.empty()) CheckOutputPlace(options.scopeDump);
         if (!options.midiFile.empty()) {
             for (const MidiNoteEvent& event : ReadMidiFile(options.midiFile)) plan.midiNotes.push_back(event);
+            if (!plan.seconds && LastEventSeconds(plan) > kMaxRenderSeconds)
+                throw InputError(options.midiFile + ": " + LastEventTooLate(LastEventSeconds(plan)));
         }
         if (!options.inputFile.empty()) plan.input = ReadInputFile(options.inputFile, options.sampleRate);
         const Schedule schedule = BuildSchedule(plan, options.sampleRate, host.samplesPerTickExact);
@@ -119,6 +148,7 @@ int RunRender(const RenderOptions& options) {
         mi machine(host);
         machine.Init(nullptr);
         PrintWarnings(LoadPatch(machine, options.patch));
+        PrintWarnings(ApplySampleOptions(*machine.document, options.samples, options.sampleRoots));
         if (options.sampleRate != kEngineStartRate) {
             // The machine rebuilds the master effects only when the host's rate changes, and
             // this host starts at its final rate, so they are rebuilt here once.
@@ -136,6 +166,7 @@ int RunRender(const RenderOptions& options) {
         bar.Finish();
         const WriteResult result = writer.Finish();
         if (!result.ok) throw InputError(result.error);
+        if (!options.scopeDump.empty()) WriteScopeDump(*machine.document, options.scopeDump);
 
         const double seconds = double(stats.frames) / double(options.sampleRate);
         std::printf("wrote %s: %.2f s, %d Hz, stereo %s\n", options.output.c_str(), seconds, options.sampleRate,
@@ -160,7 +191,8 @@ int RunInfo(const std::string& patch, bool json) {
         if (json) {
             nlohmann::json document = PatchToJson(*machine.document);
             document["file"] = patch;
-            std::cout << document.dump(2) << '\n';
+            // File and block names need not be UTF-8; bad bytes show as U+FFFD instead of aborting.
+            std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
         } else {
             std::cout << PatchToText(*machine.document, patch);
         }
@@ -168,13 +200,15 @@ int RunInfo(const std::string& patch, bool json) {
     });
 }
 
-int RunConvert(const std::string& input, const std::string& output) {
+int RunConvert(const std::string& input, const std::string& output, const std::vector<std::string>& samples,
+               const std::vector<std::string>& sampleRoots) {
     return Guarded([&] {
         CheckOutputPlace(output);
         CommandLineHost host(kEngineStartRate, 126.0, 4);
         mi machine(host);
         machine.Init(nullptr);
         PrintWarnings(LoadPatch(machine, input));
+        PrintWarnings(ApplySampleOptions(*machine.document, samples, sampleRoots));
         std::string error;
         if (!machine.document->SaveFile(output, &error)) throw InputError(error.empty() ? output + ": cannot write" : error);
         std::printf("wrote %s\n", output.c_str());

@@ -16,7 +16,6 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
 
     app::RenderOptions render;
-    double seconds = 0.0;
     CLI::App* renderCommand = app.add_subcommand("render", "Render a .vrkx or .vrk patch to a WAV file");
     renderCommand->add_option("patch", render.patch, "Patch file (.vrkx or .vrk)")->required();
     renderCommand->add_option("-o,--output", render.output, "Output WAV file")->required();
@@ -38,12 +37,19 @@ int main(int argc, char** argv) {
     renderCommand->add_option("--ticks-per-beat", render.ticksPerBeat, "Host ticks per beat")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
-    CLI::Option* secondsOption =
-        renderCommand->add_option("--seconds", seconds, "Length; default: to the last event, then until silent")
-            ->check(CLI::Range(0.001, 3600.0));
+    renderCommand->add_option("--seconds", render.seconds,
+                              "Length, at most 3600; default: to the last event, then until silent");
     renderCommand->add_option("--format", render.format, "Sample format: float, pcm16 or pcm24")
         ->check(CLI::IsMember({"float", "pcm16", "pcm24"}))
         ->capture_default_str();
+
+    renderCommand->add_option("--sample", render.samples,
+                              "SLOT=FILE: load a .wav, .flac or .ogg file into the sampler at SLOT (see vrok "
+                              "info); repeatable");
+    renderCommand->add_option("--sample-root", render.sampleRoots,
+                              "SLOT=HZ: the frequency at which that sampler's sample sounds as recorded (440)");
+    renderCommand->add_option("--scope-dump", render.scopeDump,
+                              "Write what the patch's analysers captured by the end to this JSON file");
 
     std::string infoPatch;
     bool infoJson = false;
@@ -55,6 +61,9 @@ int main(int argc, char** argv) {
     CLI::App* convertCommand = app.add_subcommand("convert", "Load a .vrkx or .vrk patch and write it as .vrkx");
     convertCommand->add_option("input", convertIn, "Patch file (.vrkx or .vrk)")->required();
     convertCommand->add_option("output", convertOut, "Output .vrkx file")->required();
+    std::vector<std::string> convertSamples, convertRoots;
+    convertCommand->add_option("--sample", convertSamples, "SLOT=FILE: embed a sound file in the sampler at SLOT");
+    convertCommand->add_option("--sample-root", convertRoots, "SLOT=HZ: the root of that sampler's sample");
 
     std::string demoOut = "vrok-demo.wav";
     int demoRate = 44100;
@@ -81,11 +90,10 @@ int main(int argc, char** argv) {
     }
 
     if (*renderCommand) {
-        if (*secondsOption) render.seconds = seconds;
         return app::RunRender(render);
     }
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
-    if (*convertCommand) return app::RunConvert(convertIn, convertOut);
+    if (*convertCommand) return app::RunConvert(convertIn, convertOut, convertSamples, convertRoots);
     if (*galleryCommand) return app::RunGallery(gallery);
     if (*demo) {
         WriteResult result = WriteStereoWav(demoOut, RenderDemoChord(4.0f, demoRate), demoRate, SampleFormat::Float);

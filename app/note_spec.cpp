@@ -2,7 +2,6 @@
 #include "app/note_spec.h"
 
 #include <cctype>
-#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 
@@ -21,21 +20,24 @@ std::optional<long> WholeInteger(const std::string& text) {
     return std::strtol(text.c_str(), nullptr, 10);
 }
 
-// A finite, non-negative number of seconds.
-std::optional<double> Seconds(const std::string& text) {
-    if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return std::nullopt;
-    char* end = nullptr;
-    errno = 0;
-    const double value = std::strtod(text.c_str(), &end);
-    if (errno != 0 || *end != '\0' || !std::isfinite(value) || value < 0.0) return std::nullopt;
-    return value;
-}
-
 [[noreturn]] void Fail(const std::string& option, const std::string& text, const std::string& what) {
     throw UsageError(option + " '" + text + "': " + what);
 }
 
 }  // namespace
+
+std::optional<double> ParseSeconds(const std::string& text) {
+    // Digits with an optional fraction and nothing else: no sign, exponent, hex or "inf",
+    // so "1e-3" cannot be split at its minus and "0x10" is not 16 seconds.
+    size_t digits = 0, dots = 0;
+    for (const char c : text) {
+        if (std::isdigit(static_cast<unsigned char>(c))) ++digits;
+        else if (c == '.') ++dots;
+        else return std::nullopt;
+    }
+    if (digits == 0 || dots > 1) return std::nullopt;
+    return std::strtod(text.c_str(), nullptr);
+}
 
 std::optional<int> ParseNoteName(const std::string& text) {
     if (text.empty()) return std::nullopt;
@@ -78,15 +80,14 @@ NoteSpec ParseNoteSpec(const std::string& option, const std::string& text) {
         parsed.velocity = int(*value);
     }
 
-    // The end is after the first '-' that follows a digit of the start.
-    const size_t dash = timePart.find('-', 1);
+    const size_t dash = timePart.find('-');
     const std::string startText = timePart.substr(0, dash);
-    const std::optional<double> start = Seconds(startText);
+    const std::optional<double> start = ParseSeconds(startText);
     if (!start) Fail(option, text, "start time '" + startText + "' is not a number of seconds");
     parsed.start = *start;
     if (dash != std::string::npos) {
         const std::string endText = timePart.substr(dash + 1);
-        const std::optional<double> end = Seconds(endText);
+        const std::optional<double> end = ParseSeconds(endText);
         if (!end) Fail(option, text, "end time '" + endText + "' is not a number of seconds");
         if (*end <= *start) Fail(option, text, "ends before it starts");
         parsed.end = *end;

@@ -25,6 +25,10 @@ public:
 // outside 0..127.
 std::optional<int> ParseNoteName(const std::string& text);
 
+// Seconds written as digits with an optional fraction ("2", "0.25", ".5"); null for
+// anything else.
+std::optional<double> ParseSeconds(const std::string& text);
+
 struct NoteSpec {
     int note = 0;                // MIDI number
     std::optional<int> velocity;  // as written, not yet checked against a range

@@ -12,7 +12,10 @@
 namespace app {
 namespace {
 
-long FrameOf(double seconds, int sampleRate) { return std::lround(seconds * double(sampleRate)); }
+// Times past any render's end are held just beyond it, so that no frame number overflows.
+double Bounded(double seconds) { return std::min(seconds, 2.0 * kMaxRenderSeconds); }
+
+long FrameOf(double seconds, int sampleRate) { return std::lround(Bounded(seconds) * double(sampleRate)); }
 
 long TickFrame(long tick, double samplesPerTick) { return std::lround(double(tick) * samplesPerTick); }
 
@@ -52,8 +55,9 @@ Schedule BuildSchedule(const RenderPlan& plan, int sampleRate, double samplesPer
                              " is outside the pattern's range 5..124 (F-1..E9)");
         if (note->velocity && (*note->velocity < 0 || *note->velocity > 128))
             throw UsageError("--track: velocity " + std::to_string(*note->velocity) + " is outside 0..128");
-        const long startTick = std::lround(note->start * ticksPerSecond);
-        const long endTick = note->end ? std::max(startTick + 1, std::lround(*note->end * ticksPerSecond)) : LONG_MAX;
+        const long startTick = std::lround(Bounded(note->start) * ticksPerSecond);
+        const long endTick =
+            note->end ? std::max(startTick + 1, std::lround(Bounded(*note->end) * ticksPerSecond)) : LONG_MAX;
         int track = 0;
         while (track < machine::kMaxTracks && busyUntil[track] > startTick) ++track;
         if (track == machine::kMaxTracks)

@@ -78,6 +78,9 @@ struct RenderStats {
 constexpr float kSilence = 1.0f / 32768.0f;
 constexpr double kSilentSecondsToStop = 0.5;
 constexpr double kMaxTailSeconds = 30.0;
+// The longest render: --seconds may not ask for more, and without it no note, tick or
+// MIDI event may fall later.
+constexpr double kMaxRenderSeconds = 3600.0;
 
 // Receives rendered audio, interleaved stereo in -1..1; false stops the render.
 using AudioSink = std::function<bool(const float* interleaved, int frames)>;

@@ -10,6 +10,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#if defined(__SSE__)
+#include <xmmintrin.h>
+#endif
 
 #include "engine/value_format.h"
 #include "engine/wave_tables.h"
@@ -18,6 +21,7 @@
 
 uint32_t PhaseIncrementFor(float frequencyHz, float sampleRate) {
     float cycles = frequencyHz / sampleRate * 4294967296.0f;
+    if (!(cycles >= 0.0f)) return 0;
     if (cycles < 4294967296.0f) return uint32_t(cycles);
     if (cycles < 9223372036854775808.0f) return uint32_t(uint64_t(cycles));
     return 0;
@@ -36,6 +40,19 @@ constexpr int kLastTable = 127;
 constexpr int kPhaseShift = 21;
 // A pitch-modulation sample of 1.0 adds 2^27, 1/32 of a cycle, per sample.
 constexpr float kPitchModScale = 134217728.0f;
+// Modulation in -16..16 converts exactly and wraps the phase as it always has. Beyond
+// that a C++ conversion would be undefined; the SSE conversion is defined for every input
+// (out of range and NaN give INT32_MIN) and costs nothing more, so it is used where there
+// is one, and the same results are computed elsewhere.
+inline int32_t PitchModSteps(float x) {
+#if defined(__SSE__)
+    return _mm_cvtt_ss2si(_mm_set_ss(x * kPitchModScale));
+#else
+    const float steps = x * kPitchModScale;
+    if (!(steps >= -2147483648.0f)) return INT32_MIN;
+    return steps < 2147483648.0f ? int32_t(steps) : INT32_MIN;
+#endif
+}
 
 // The tuning law of the note-following oscillators, all in float: note 70 at the centre
 // of "Pitch" is 440 Hz.
@@ -44,15 +61,25 @@ float NoteFrequency(float pitchValue, float note) {
     return 440.0f * std::pow(2.0f, semitones * (1.0f / 12.0f));
 }
 
+// Truncation into 0..kLastTable that no value can take out of range: NaN gives table 0.
+int32_t TableIndexOf(double t) { return t >= 0.0 ? int32_t(std::min(t, double(kLastTable))) : 0; }
+
+// Truncation to int for note numbers, saturating instead of undefined; NaN gives 0.
+int32_t TruncatedNote(float pitch) {
+    if (std::isnan(pitch)) return 0;
+    return int32_t(std::clamp(double(pitch), -2147483648.0, 2147483647.0));
+}
+
 // The table follows the pitch rounded down, plus 11, never the frequency itself; the sum
 // is taken in double before it is clamped and truncated.
 int32_t NoteTableIndex(float pitchValue, float note) {
-    double t = (double(pitchValue) - 0.5) * 24.0 + double(note) + 11.0;
-    return int32_t(std::clamp(t, 0.0, double(kLastTable)));
+    return TableIndexOf((double(pitchValue) - 0.5) * 24.0 + double(note) + 11.0);
 }
 
 // Ties go to the even neighbour, so a stored 0.5 (1.5) is the sawtooth, not the pulse.
-int32_t WaveformIndex(float value) { return int32_t(std::nearbyint(double(value) * 3.0)); }
+int32_t WaveformIndex(float value) {
+    return int32_t(std::nearbyint(double(Clamp01(value)) * 3.0));
+}
 
 // One loop per combination of the two ports, picked before the loop, so the body carries
 // no test. Phase, increment and amplitude stay in locals and the rows do not alias, which
@@ -63,10 +90,9 @@ template <bool kPitchMod, bool kAmpMod>
 uint32_t RunTable(const float* __restrict table, float* __restrict out, const float* __restrict pitchIn,
                   const float* __restrict ampIn, uint32_t phase, uint32_t increment, float amplitude, int n) {
     auto sample = [&](int i) {
-        // The phase moves before the read. A modulation beyond +-16 overflows the
-        // conversion; it stays unguarded on purpose, since a clamp would change the sound.
+        // The phase moves before the read.
         if constexpr (kPitchMod)
-            phase += increment + uint32_t(int32_t(pitchIn[i] * kPitchModScale));
+            phase += increment + uint32_t(PitchModSteps(pitchIn[i]));
         else
             phase += increment;
         float s = table[phase >> kPhaseShift];
@@ -211,7 +237,7 @@ std::string CSubOscBlock::DescribeValue(int index, float value) { return Describ
 
 void CSubOscBlock::SetNote(float pitch, float, int voice) {
     if (monophonic) {
-        monoNote.store(int32_t(pitch), std::memory_order_relaxed);
+        monoNote.store(TruncatedNote(pitch), std::memory_order_relaxed);
         UpdateMonoPitch();
         return;
     }
@@ -224,7 +250,7 @@ void CSubOscBlock::UpdateMonoPitch() {
     int32_t mono = monoNote.load(std::memory_order_relaxed);
     uint32_t increment = PhaseIncrementFor(NoteFrequency(pitchValue, float(mono)), sampleRate);
     // Unlike the polyphonic law, the detune is truncated before the 11 is added.
-    int32_t table = std::clamp(int32_t((pitchValue - 0.5f) * 24.0f + float(mono)) + 11, 0, kLastTable);
+    int32_t table = TableIndexOf(std::trunc(double((pitchValue - 0.5f) * 24.0f + float(mono))) + 11.0);
     phaseIncrement[0].store(increment, std::memory_order_relaxed);
     tableIndex[0].store(table, std::memory_order_relaxed);
 }
@@ -276,7 +302,7 @@ std::string CFixedOscBlock::DescribeValue(int index, float value) {
 
 void CFixedOscBlock::SetNote(float pitch, float, int voice) {
     if (monophonic) {
-        monoNote.store(int32_t(pitch), std::memory_order_relaxed);
+        monoNote.store(TruncatedNote(pitch), std::memory_order_relaxed);
         UpdatePitch(0);
         return;
     }
@@ -288,7 +314,7 @@ void CFixedOscBlock::UpdatePitch(int voice) {
     float x = FixedSemitones(values[kFreq]);
     float frequency = 440.0f * std::pow(2.0f, (x - 70.0f - 12.0f) * (1.0f / 12.0f));
     uint32_t increment = PhaseIncrementFor(frequency, sampleRate);
-    int32_t table = int32_t(std::clamp(double(x) + 78.0, 0.0, double(kLastTable)));
+    int32_t table = TableIndexOf(double(x) + 78.0);
     phaseIncrement[voice].store(increment, std::memory_order_relaxed);
     tableIndex[voice].store(table, std::memory_order_relaxed);
 }

@@ -2,10 +2,11 @@
 // ".vrk" files, which are only read.
 #include <tinyxml.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <map>
 
 #include "document/block_types.h"
 #include "document/vrok_doc.h"
@@ -66,6 +67,123 @@ private:
 // "vrok" read as one little-endian 32-bit value.
 constexpr uint32_t kVrkMagic = 'v' | ('r' << 8) | ('o' << 16) | (uint32_t{'k'} << 24);
 
+// What a patch file may hold: far above any real patch (256 blocks, 645 wires), low enough
+// that a damaged or hostile file is refused before it costs minutes or gigabytes.
+constexpr long kMaxPatchBytes = 256L << 20;
+constexpr int kMaxNesting = 64;
+constexpr int kMaxBlockRecords = 1024;
+constexpr int kMaxWireRecords = 4096;
+constexpr int kMaxOtherRecords = 1024;
+
+// The whole file, up to the size limit; /dev/zero and friends stop there too. False with a
+// report naming the file when it cannot be read or is too large.
+bool ReadWholeFile(const std::string& name, std::string& bytes, LoadReport* report) {
+    std::FILE* file = name.empty() ? nullptr : std::fopen(name.c_str(), "rb");
+    if (!file) {
+        Report(report, name, 0, "cannot open file");
+        return false;
+    }
+    bytes.clear();
+    char chunk[1 << 16];
+    size_t got;
+    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0 && bytes.size() <= size_t(kMaxPatchBytes))
+        bytes.append(chunk, got);
+    const bool failed = std::ferror(file) != 0;
+    std::fclose(file);
+    if (failed) {
+        Report(report, name, 0, "cannot read file");
+        return false;
+    }
+    if (bytes.size() > size_t(kMaxPatchBytes)) {
+        Report(report, name, 0, "larger than the " + std::to_string(kMaxPatchBytes >> 20) + " MiB a patch file may have");
+        return false;
+    }
+    return true;
+}
+
+// The parser recurses once per level of nesting, so a document nested thousands deep
+// would exhaust the stack; patches nest three levels. Comments, declarations, CDATA and
+// quoted attribute values are skipped. Returns the line of the first element too deep,
+// or 0 when the nesting is fine.
+int TooDeepAt(const std::string& text) {
+    int depth = 0, line = 1;
+    const size_t n = text.size();
+    auto skipTo = [&](size_t from, const char* end) {
+        const size_t at = text.find(end, from);
+        const size_t stop = at == std::string::npos ? n : at + std::strlen(end);
+        line += int(std::count(text.begin() + long(from), text.begin() + long(stop), '\n'));
+        return stop;
+    };
+    for (size_t i = 0; i < n;) {
+        if (text[i] != '<') {
+            line += text[i] == '\n';
+            ++i;
+        } else if (text.compare(i, 4, "<!--") == 0) {
+            i = skipTo(i, "-->");
+        } else if (text.compare(i, 9, "<![CDATA[") == 0) {
+            i = skipTo(i, "]]>");
+        } else if (i + 1 < n && (text[i + 1] == '?' || text[i + 1] == '!')) {
+            i = skipTo(i, ">");
+        } else if (i + 1 < n && text[i + 1] == '/') {
+            --depth;
+            i = skipTo(i, ">");
+        } else {
+            char quote = 0, last = 0;
+            for (++i; i < n && (quote || text[i] != '>'); ++i) {
+                if (text[i] == '\n') ++line;
+                if (quote) {
+                    if (text[i] == quote) quote = 0;
+                } else if (text[i] == '"' || text[i] == '\'') {
+                    quote = text[i];
+                } else if (!std::isspace(static_cast<unsigned char>(text[i]))) {
+                    last = text[i];
+                }
+            }
+            ++i;
+            if (last != '/' && ++depth > kMaxNesting) return line;
+        }
+    }
+    return 0;
+}
+
+bool CheckRecordCounts(const std::string& name, const TiXmlElement& root, LoadReport* report) {
+    std::map<std::string, int> counts;
+    for (const TiXmlElement* child = root.FirstChildElement(); child; child = child->NextSiblingElement())
+        ++counts[child->Value()];
+    int others = 0;
+    for (const auto& [element, count] : counts) {
+        const int limit = element == "BLOCK" ? kMaxBlockRecords : element == "CONNECTION" ? kMaxWireRecords : 0;
+        if (limit == 0) {
+            others += count;
+        } else if (count > limit) {
+            Report(report, name, 0, std::to_string(count) + " " + element + " elements, more than the " +
+                                        std::to_string(limit) + " a patch file may hold");
+            return false;
+        }
+    }
+    if (others > kMaxOtherRecords) {
+        Report(report, name, 0, std::to_string(others) + " other elements, more than the " +
+                                    std::to_string(kMaxOtherRecords) + " a patch file may hold");
+        return false;
+    }
+    return true;
+}
+
+// TinyXML's own file loading turns CR LF and lone CR into LF before parsing; text read
+// here gets the same treatment, so line numbers and attribute values do not change.
+void NormaliseNewlines(std::string& text) {
+    size_t out = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\r') {
+            text[out++] = '\n';
+            if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
+        } else {
+            text[out++] = text[i];
+        }
+    }
+    text.resize(out);
+}
+
 struct VrkBlock {
     int type, x, y;
     std::vector<float> values;
@@ -113,39 +231,57 @@ void VrokDoc::ReadDocument(const TiXmlElement& root, LoadReport* report) {
         } else if (auto* wire = dynamic_cast<PatchConnection*>(storable); wire && !wire->connection) {
             Report(report, {}, line, "refused wire " + WireText(wire->from, wire->to, wire->port));
         }
+        if (auto* sample = dynamic_cast<SampleContainer*>(storable))
+            for (const std::string& problem : sample->problems) Report(report, {}, line, problem);
+    }
+    // DeleteAll took the global record out of the registry. A patch without one keeps the
+    // settings as they are, and the record goes back, so every later save writes them.
+    if (global->owner != this) {
+        global->id = -1;
+        Register(global.get());
     }
 }
 
-bool VrokDoc::ReadXml(const std::string& text, LoadReport* report) {
-    TiXmlDocument xml;
+namespace {
+
+// Parses `text` and finds its "storables" root, after the checks that protect the parser
+// and the engine; `name` labels the reports (empty for text that is not a file).
+const TiXmlElement* ParsePatch(TiXmlDocument& xml, const std::string& name, const std::string& text,
+                               LoadReport* report) {
+    if (const int line = TooDeepAt(text)) {
+        Report(report, name, line, "elements nested more than " + std::to_string(kMaxNesting) + " deep; not a patch");
+        return nullptr;
+    }
     xml.Parse(text.c_str());
     if (xml.Error()) {
-        Report(report, {}, xml.ErrorRow(), XmlError(xml));
-        return false;
+        Report(report, name, xml.ErrorRow(), XmlError(xml));
+        return nullptr;
     }
     const TiXmlElement* root = xml.FirstChildElement("storables");
     if (!root) {
-        Report(report, {}, 0, "no \"storables\" element");
-        return false;
+        Report(report, name, 0, "no \"storables\" element");
+        return nullptr;
     }
+    return CheckRecordCounts(name, *root, report) ? root : nullptr;
+}
+
+}  // namespace
+
+bool VrokDoc::ReadXml(const std::string& text, LoadReport* report) {
+    TiXmlDocument xml;
+    const TiXmlElement* root = ParsePatch(xml, {}, text, report);
+    if (!root) return false;
     ReadDocument(*root, report);
     return true;
 }
 
 bool VrokDoc::LoadFile(const std::string& name, LoadReport* report) {
+    std::string text;
+    if (!ReadWholeFile(name, text, report)) return false;
+    NormaliseNewlines(text);
     TiXmlDocument xml;
-    if (!xml.LoadFile(name.c_str())) {
-        if (xml.ErrorId() == TiXmlBase::TIXML_ERROR_OPENING_FILE)
-            Report(report, name, 0, "cannot open file");
-        else
-            Report(report, name, xml.ErrorRow(), XmlError(xml));
-        return false;
-    }
-    const TiXmlElement* root = xml.FirstChildElement("storables");
-    if (!root) {
-        Report(report, name, 0, "no \"storables\" element");
-        return false;
-    }
+    const TiXmlElement* root = ParsePatch(xml, name, text, report);
+    if (!root) return false;
     changed = true;
     const size_t first = report ? report->size() : 0;
     ReadDocument(*root, report);
@@ -175,13 +311,12 @@ int VrokDoc::ParameterCount(int type) {
 }
 
 bool VrokDoc::ReadVrk(const std::string& name, LoadReport* report) {
-    std::ifstream in(name, std::ios::binary);
-    if (name.empty() || !in) {
+    std::string contents;
+    if (!ReadWholeFile(name, contents, report)) {
         Log(1, "not open...\n");
-        Report(report, name, 0, "cannot open file");
         return false;
     }
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::vector<uint8_t> bytes(contents.begin(), contents.end());
 
     // Everything is read and checked before the patch is touched.
     ByteReader reader(bytes);
@@ -226,8 +361,9 @@ bool VrokDoc::ReadVrk(const std::string& name, LoadReport* report) {
         Report(report, name, 0, "file ends before the wire count");
         return false;
     }
-    if (numWires < 0) {
-        Report(report, name, 0, "negative wire count " + std::to_string(numWires));
+    if (numWires < 0 || numWires > kMaxWireRecords) {
+        Report(report, name, 0, "wire count " + std::to_string(numWires) + " is not in 0.." +
+                                    std::to_string(kMaxWireRecords));
         return false;
     }
     std::vector<VrkWire> wires;

@@ -181,8 +181,10 @@ void StorableDocument::Register(Storable* storable) {
     }
     int id = storable->id;
     // A damaged file may repeat an id; the second object must not hide the first, or the
-    // first could never be deleted through the registry.
-    if (id < 0 || objects.count(id)) id = nextId;
+    // first could never be deleted through the registry. Ids past a billion are renumbered
+    // too, so that the next free id never overflows.
+    constexpr int kMaxId = 1 << 30;
+    if (id < 0 || id > kMaxId || objects.count(id)) id = nextId;
     storable->id = id;
     storable->owner = this;
     objects[id] = storable;

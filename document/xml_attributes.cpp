@@ -3,8 +3,11 @@
 
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cmath>
+#include <limits>
 #include <cstdlib>
 #include <cstring>
 
@@ -35,10 +38,18 @@ float ParseFloat(const char* text) {
     if (*text == '+' || *text == '-') ++text;
     double value = 0.0;
     std::from_chars(text, text + std::strlen(text), value, std::chars_format::general);
+    // A double beyond float's range has no float to convert to: it reads as infinity.
+    if (std::fabs(value) > double(std::numeric_limits<float>::max()))
+        return negative ? -std::numeric_limits<float>::infinity() : std::numeric_limits<float>::infinity();
     return static_cast<float>(negative ? -value : value);
 }
 
-int ParseInt(const char* text) { return text ? std::atoi(text) : 0; }
+int ParseInt(const char* text) {
+    // atoi's reading, with numbers beyond int held at its ends instead of undefined.
+    if (!text) return 0;
+    const long value = std::strtol(text, nullptr, 10);
+    return int(std::clamp<long>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
 
 int IntAttribute(const TiXmlElement& element, const char* name, int missing) {
     const char* text = element.Attribute(name);
@@ -48,11 +59,6 @@ int IntAttribute(const TiXmlElement& element, const char* name, int missing) {
 float FloatAttribute(const TiXmlElement& element, const char* name, float missing) {
     const char* text = element.Attribute(name);
     return text ? ParseFloat(text) : missing;
-}
-
-float Clamp01(float value) {
-    if (value > 1.0f) return 1.0f;
-    return value >= 0.0f ? value : 0.0f;
 }
 
 void XmlBlockElement::SetAttribute(const char* name, const char* value) {

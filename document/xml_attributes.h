@@ -19,8 +19,6 @@ int IntAttribute(const TiXmlElement& element, const char* name, int missing);
 float FloatAttribute(const TiXmlElement& element, const char* name, float missing);
 float ParseFloat(const char* text);
 int ParseInt(const char* text);
-// Into 0..1; NaN becomes 0.
-float Clamp01(float value);
 
 // A block's view of its patch element. A view made over a const element ignores writes.
 class XmlBlockElement : public BlockElement {

@@ -67,7 +67,7 @@ void CAudioBlock::FreeTables() {
 
 void CAudioBlock::SetParameter(int index, float value) {
     if (index < 0 || index >= numParameters) return;
-    values[index] = std::clamp(value, 0.0f, 1.0f);
+    values[index] = Clamp01(value);
     ParameterChanged(index);
 }
 

@@ -80,6 +80,13 @@ struct ParamRow {
     ValueText text;
 };
 
+// A parameter value brought into 0..1, whatever reaches a door: files, host state, host
+// knobs, engine calls. NaN becomes 0, so no table index made from it is undefined.
+inline float Clamp01(float value) {
+    if (value > 1.0f) return 1.0f;
+    return value >= 0.0f ? value : 0.0f;
+}
+
 class CAudioBlock {
 public:
     CAudioBlock(VrokInstance* engine, float sampleRate);
@@ -150,6 +157,7 @@ public:
     int numSources = 0;
     bool monophonic = false;
     bool displayResetPending = false;
+    // 1 when the block runs per voice, else 0: set by RebuildOrder, read as `monophonic`.
     int polyphonicVisits = 0;
     // Work contract: clear active[voice] first; read a port row only while its written
     // flag is set; leave active[voice] at zero when there is nothing to say (the row is
@@ -167,6 +175,7 @@ public:
     bool hasAudioInput = false;
     bool visited = false;
     bool reached = false;
+    bool listedAsRoot = false;  // already in the engine's root list this rebuild
 
     // True when port `p` carries a signal for `voice` in this sample block.
     bool PortHasData(int p, int voice) const { return ports[p]->written[voice] != 0; }

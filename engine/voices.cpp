@@ -133,6 +133,7 @@ void VrokInstance::SetArpeggiatorActive(bool on) {
 void VrokInstance::SetPortamento(float value) {
     std::lock_guard guard(lock);
     std::fill(std::begin(portamentoPosition), std::end(portamentoPosition), 1.0f);
+    value = Clamp01(value);
     if (value > 0.0f) {
         portamentoOn = true;
         // The envelopes' length curve, at the engine's own rate.
@@ -147,7 +148,7 @@ void VrokInstance::SetPortamento(float value) {
 
 void VrokInstance::SetBend(float value) {
     std::lock_guard guard(lock);
-    bend = value;
+    if (std::isfinite(value)) bend = value;
     SendPitches();
 }
 

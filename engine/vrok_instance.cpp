@@ -14,6 +14,7 @@
 #include "fx/flush_denormals.h"
 
 std::atomic<int> VrokInstance::voiceCursor{0};
+std::atomic<bool> VrokInstance::deferWaveTables{false};
 
 int ExternalKnobIndex(int type) {
     if (type >= 13 && type <= 16) return type - 13;
@@ -24,8 +25,7 @@ int ExternalKnobIndex(int type) {
 // [SECTION] Construction
 
 VrokInstance::VrokInstance(BlockFactory blockFactory) : factory(blockFactory) {
-    LoadOrBuildWaveTables(waveSets);
-    NoteTables::Acquire();
+    if (!deferWaveTables) PrepareWaveTables();
     // Built for 44100 Hz whatever the host runs at; the first rate change rebuilds them.
     RebuildMasterEffects(44100.0f);
     heldNotes.reserve(kMaxHeldNotes);
@@ -45,7 +45,14 @@ VrokInstance::~VrokInstance() {
     reverb.reset();
     chorus.reset();
     delay.reset();
-    NoteTables::Release();
+    if (waveTablesReady) NoteTables::Release();
+}
+
+void VrokInstance::PrepareWaveTables() {
+    if (waveTablesReady) return;
+    LoadOrBuildWaveTables(waveSets);
+    NoteTables::Acquire();
+    waveTablesReady = true;
 }
 
 // [SECTION] Graph edits
@@ -116,9 +123,10 @@ void VrokInstance::RemoveBlock(CAudioBlock* block) {
 void VrokInstance::ClearPatch() {
     std::lock_guard guard(lock);
     for (Connection& c : connections) c.inUse = false;
-    RebuildOrder();
     for (int slot = 0; slot < kMaxBlocks; ++slot) DeleteBlock(slot);
     std::fill(std::begin(extKnobPresent), std::end(extKnobPresent), 0);
+    // Rebuilt once the table is empty, so no slot of a deleted block stays in `order`.
+    RebuildOrder();
 }
 
 bool VrokInstance::PathExists(int from, int to) const {
@@ -149,10 +157,11 @@ Connection* VrokInstance::Connect(int from, int to, int port) {
     if (from == to) return nullptr;
     for (const Connection& c : connections)
         if (c.inUse && c.fromBlock == from && c.toBlock == to && c.toPort == port) return nullptr;
-    if (PathExists(to, from)) return nullptr;
+    // Each refusal returns the same null, so the cheap test of a full table goes before
+    // the walk for a loop.
     Connection* free = std::find_if(std::begin(connections), std::end(connections),
                                     [](const Connection& c) { return !c.inUse; });
-    if (free == std::end(connections)) return nullptr;
+    if (free == std::end(connections) || PathExists(to, from)) return nullptr;
     *free = Connection{from, to, port, 1.0f, true};
     CAudioBlock& dest = *blocks[to];
     // Disconnecting leaves these lists stale, so they can fill up even below the wire
@@ -191,17 +200,16 @@ void VrokInstance::RebuildOrder() {
         b->monophonic = false;
         b->polyphonicVisits = 0;
         b->reached = false;
+        b->listedAsRoot = false;
         if (b->isOutput) outputs[numOutputs++] = slot;
     }
-    auto clearVisited = [this] {
-        for (CAudioBlock* b : blocks)
-            if (b) b->visited = false;
-    };
     for (int k = 0; k < numOutputs; ++k) {
-        clearVisited();
-        Visit(outputs[k]);
-        clearVisited();
-        CollectRoots(outputs[k]);
+        // An output that feeds another output was placed when that one was visited; a
+        // second entry would run its Work twice per buffer.
+        if (!blocks[outputs[k]]->reached) Visit(outputs[k]);
+        // Roots are listed once each, so what an earlier output explored is not walked
+        // again: `visited` stays set across outputs.
+        if (!blocks[outputs[k]]->visited) CollectRoots(outputs[k]);
     }
     for (int slot = 0; slot < kMaxBlocks; ++slot) {
         CAudioBlock* b = blocks[slot];
@@ -224,50 +232,98 @@ void VrokInstance::RebuildOrder() {
             if (!fed) b->disconnected = true;
         }
     }
-    for (CAudioBlock* b : blocks)
-        if (b) b->polyphonicVisits = 0;
-    for (int root : roots) PolyphonyWalk(root, false);
+    MarkPolyphony();
     for (CAudioBlock* b : blocks)
         if (b) b->monophonic = b->polyphonicVisits == 0;
     SetBend(bend);
 }
 
-void VrokInstance::Visit(int id) {
-    for (const Connection& c : connections) {
-        if (c.inUse && c.toBlock == id && !blocks[c.fromBlock]->reached) {
-            Visit(c.fromBlock);
-            blocks[c.fromBlock]->reached = true;
+// Post-order from `start` over the wires in table order, with an explicit stack: sources
+// come before their consumers, and every block enters `order` once.
+void VrokInstance::Visit(int start) {
+    struct Frame {
+        int id;
+        int nextWire;
+    };
+    Frame stack[kMaxBlocks];
+    int depth = 0;
+    stack[depth++] = {start, 0};
+    while (depth > 0) {
+        Frame& frame = stack[depth - 1];
+        int source = -1;
+        for (; frame.nextWire < kMaxConnections && source < 0; ++frame.nextWire) {
+            const Connection& c = connections[frame.nextWire];
+            if (c.inUse && c.toBlock == frame.id && !blocks[c.fromBlock]->reached) source = c.fromBlock;
         }
+        // Every block on the stack is unreached and the graph has no loop, so the stack
+        // holds at most one frame per block.
+        if (source >= 0 && depth < kMaxBlocks) {
+            stack[depth++] = {source, 0};
+            continue;
+        }
+        blocks[frame.id]->reached = true;
+        if (orderCount < kMaxBlocks) order[orderCount++] = frame.id;
+        --depth;
     }
-    blocks[id]->reached = true;
-    order[orderCount++] = id;
 }
 
-void VrokInstance::CollectRoots(int id) {
-    CAudioBlock* b = blocks[id];
-    if (!b || b->visited) return;
-    int inputs = 0;
-    for (const Connection& c : connections) {
-        if (c.inUse && c.toBlock == id) {
-            CollectRoots(c.fromBlock);
-            ++inputs;
+// The blocks without inputs upstream of `start`. Each root is listed once, however many
+// outputs it feeds, so the 256 entries of `rootList` always suffice.
+void VrokInstance::CollectRoots(int start) {
+    int stack[kMaxBlocks];
+    int depth = 0;
+    stack[depth++] = start;
+    blocks[start]->visited = true;
+    while (depth > 0) {
+        const int id = stack[--depth];
+        bool hasInputs = false;
+        for (const Connection& c : connections) {
+            if (!c.inUse || c.toBlock != id) continue;
+            hasInputs = true;
+            CAudioBlock& source = *blocks[c.fromBlock];
+            if (!source.visited && depth < kMaxBlocks) {
+                source.visited = true;
+                stack[depth++] = c.fromBlock;
+            }
+        }
+        CAudioBlock& b = *blocks[id];
+        if (!hasInputs && !b.listedAsRoot) {
+            b.listedAsRoot = true;
+            rootList[rootCount++] = id;
+            roots.push_back(id);
         }
     }
-    // Visited is cleared between outputs, so a root feeding two outputs is listed twice;
-    // the polyphony walk does not mind.
-    if (inputs == 0 && rootCount < kMaxBlocks) {
-        rootList[rootCount++] = id;
-        roots.push_back(id);
-    }
-    b->visited = true;
 }
 
-void VrokInstance::PolyphonyWalk(int id, bool inputPolyphonic) {
-    CAudioBlock& b = *blocks[id];
-    bool polyphonic = b.IsPolyphonic(inputPolyphonic) || inputPolyphonic;
-    if (polyphonic) ++b.polyphonicVisits;
+// Which blocks run per voice. A block is polyphonic when a polyphonic block lies upstream
+// on a path from a root, or when it answers true itself for a non-polyphonic input; once
+// polyphonic, a chain stays so to its end. Blocks are taken in topological order, each
+// once with one pass over the wire table, however many paths join.
+void VrokInstance::MarkPolyphony() {
+    int pending[kMaxBlocks] = {};  // inputs not yet settled
     for (const Connection& c : connections)
-        if (c.inUse && c.fromBlock == id) PolyphonyWalk(c.toBlock, polyphonic);
+        if (c.inUse) ++pending[c.toBlock];
+    bool fromRoot[kMaxBlocks] = {};      // on a path from a root
+    bool polyphonicIn[kMaxBlocks] = {};  // some input on such a path is polyphonic
+    for (int k = 0; k < rootCount; ++k) fromRoot[rootList[k]] = true;
+    int ready[kMaxBlocks];
+    int numReady = 0;
+    for (int slot = 0; slot < kMaxBlocks; ++slot)
+        if (blocks[slot] && pending[slot] == 0) ready[numReady++] = slot;
+    while (numReady > 0) {
+        const int id = ready[--numReady];
+        CAudioBlock& b = *blocks[id];
+        // A polyphonic input makes the block polyphonic whatever it answers; otherwise
+        // its answer for a plain input decides.
+        const bool polyphonic = fromRoot[id] && (polyphonicIn[id] || b.IsPolyphonic(false));
+        b.polyphonicVisits = polyphonic ? 1 : 0;
+        for (const Connection& c : connections) {
+            if (!c.inUse || c.fromBlock != id) continue;
+            fromRoot[c.toBlock] = fromRoot[c.toBlock] || fromRoot[id];
+            polyphonicIn[c.toBlock] = polyphonicIn[c.toBlock] || polyphonic;
+            if (--pending[c.toBlock] == 0) ready[numReady++] = c.toBlock;
+        }
+    }
 }
 
 // [SECTION] Render

@@ -43,8 +43,8 @@ struct Connection {
 
 class VrokInstance {
 public:
-    // Builds or loads the wave tables and takes a reference on the note tables.
-    // Allocates; never on the audio thread.
+    // Builds or loads the wave tables and takes a reference on the note tables, unless
+    // tables are deferred. Allocates; never on the audio thread.
     explicit VrokInstance(BlockFactory factory);
     ~VrokInstance();
     VrokInstance(const VrokInstance&) = delete;
@@ -88,6 +88,13 @@ public:
     void SetPortamento(float value);
     void SetBend(float value);
     void AdvanceGlides(int numSamples);
+
+    // Engines made while this is set leave their tables to PrepareWaveTables, so making one
+    // costs no file access: a tracker makes machines just to list them.
+    static std::atomic<bool> deferWaveTables;
+    // Loads or builds the tables once; must run before the first Render or note.
+    void PrepareWaveTables();
+    bool waveTablesReady = false;
 
     const WaveTable& WaveTableFor(int waveform, uint32_t increment) const {
         return waveSets[waveform].TableFor(increment);
@@ -146,7 +153,7 @@ private:
     void RunBlocks(int numSamples);
     void Visit(int id);
     void CollectRoots(int id);
-    void PolyphonyWalk(int id, bool inputPolyphonic);
+    void MarkPolyphony();
     bool PathExists(int from, int to) const;
     void StartVoice(int voice, int note, int velocity, bool retrigger);
     void SumInputs(CAudioBlock& block, int numSamples);

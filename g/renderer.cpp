@@ -626,7 +626,8 @@ void Renderer::State::DrawText(const std::u32string& codes, FloatRect r, FloatPo
         if (!glyph) continue;
         if (record.kerning) record.cache.add_kerning(&x, &y);
         record.cache.init_embedded_adaptors(glyph, x, y);
-        if (glyph->data_type == agg::glyph_data_gray8) {
+        // A blank glyph (a space) stores inverted bounds that AGG would overflow adding the pen position to.
+        if (glyph->data_type == agg::glyph_data_gray8 && glyph->bounds.is_valid()) {
             agg::render_scanlines(record.cache.gray8_adaptor(), record.cache.gray8_scanline(), solid);
         }
         x += glyph->advance_x;

@@ -10,6 +10,8 @@ packages=(
   libtinyxml-dev libcli11-dev nlohmann-json3-dev
   libagg-dev libfreetype-dev libpng-dev libx11-dev libxext-dev libxtst-dev libfontconfig-dev
   fonts-liberation fonts-dejavu-core xvfb xauth xdotool
+  # The tracker the machine libraries are tested in (tests labelled "host").
+  buzztrax gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3
 )
 
 missing=()

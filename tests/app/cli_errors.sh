@@ -67,7 +67,45 @@ render_fails 2 "--format" "$sine" --format mp3
 render_fails 2 "--rate" "$sine" --rate 10
 render_fails 2 "--track" "$sine" --track C-1@0
 render_fails 2 "--seconds" "$sine" --seconds -1
+render_fails 2 "--seconds '1e2'" "$sine" --seconds 1e2
+render_fails 2 "--seconds '3601'" "$sine" --seconds 3601
+render_fails 2 "start time '1e'" "$sine" --play A4@1e-3
+render_fails 2 "start time '0x10'" "$sine" --play A4@0x10
+render_fails 2 "events run to 100000 s, past the 3600 s" "$sine" --play A4@100000
+render_fails 2 "events run to 1000000000000000000000 s" "$sine" --track A4@0-1000000000000000000000
+"$vrok" render "$sine" --play A4@0-100000 --seconds 0.1 -o "$work/cut.wav" >/dev/null 2>&1 ||
+    fail "--seconds lets a late event through and cuts the render there"
+rm -f "$work/cut.wav"
 expect 2 "-o" render "$sine"
+
+# Devices and pipes are written in place, links keep pointing at their targets.
+if [ "$(id -u)" -eq 0 ]; then
+    "$vrok" render "$sine" --seconds 0.1 -o /dev/null >/dev/null 2>&1 || fail "render to /dev/null"
+    [ -c /dev/null ] || fail "/dev/null is no longer a device"
+fi
+"$vrok" render "$sine" --seconds 0.1 -o >(cat >"$work/piped.wav") >/dev/null 2>&1 || fail "render into a pipe"
+sleep 0.2
+[ "$(head -c 4 "$work/piped.wav")" = RIFF ] || fail "the pipe did not get a WAV file"
+mkdir "$work/real"
+ln -s real/linked.wav "$work/link.wav"
+"$vrok" render "$sine" --seconds 0.1 -o "$work/link.wav" >/dev/null 2>&1 || fail "render through a link"
+[ -L "$work/link.wav" ] && [ -s "$work/real/linked.wav" ] || fail "the link was replaced"
+rm -rf "$work/real" "$work/link.wav" "$work/piped.wav"
+
+# SIGTERM during a long render leaves no temporary file.
+"$vrok" render "$sine" --seconds 3600 -o "$work/long.wav" >/dev/null 2>&1 &
+pid=$!
+for _ in $(seq 50); do ls "$work"/long.wav.part* >/dev/null 2>&1 && break; sleep 0.1; done
+kill -TERM $pid
+wait $pid 2>/dev/null
+ls "$work"/long.wav* >/dev/null 2>&1 && fail "an interrupted render left a file"
+rm -f "$work"/long.wav*
+
+# Names that are not UTF-8 are shown, not fatal.
+cp "$sine" "$work/$(printf 'caf\xe9.vrkx')"
+"$vrok" info --json "$work/$(printf 'caf\xe9.vrkx')" >"$work/out" 2>"$work/err" || fail "info --json on a Latin-1 name"
+grep -q "caf$(printf '\xef\xbf\xbd').vrkx" "$work/out" || fail "info --json: the bad byte is not shown as U+FFFD"
+rm -f "$work"/caf*
 
 # A failed render leaves an existing output file as it was.
 echo keep >"$work/keep.wav"

@@ -22,7 +22,10 @@ TEST(AppNoteSpec, FormsAndErrors) {
     const NoteSpec open = ParseNoteSpec("--play", "C-1@0");
     EXPECT_TRUE(open.note == 0 && !open.velocity && open.start == 0.0 && !open.end) << "negative octave, open end";
     // Errors name the option and the text.
-    for (const char* text : {"A4", "A4@", "H4@0", "A4@x", "A4@1-0.5", "A4@1-1", "A4:@0", "A4:loud@0", "A4@0@1", "A4@-1"}) {
+    EXPECT_EQ(ParseNoteSpec("--play", "A4@.5-2.").end, 2.0);
+    // Times are plain decimals: no exponent to split at its minus, no hex, no sign, no inf.
+    for (const char* text : {"A4", "A4@", "H4@0", "A4@x", "A4@1-0.5", "A4@1-1", "A4:@0", "A4:loud@0", "A4@0@1", "A4@-1",
+                             "A4@1e-3", "A4@0x10", "A4@+1", "A4@inf", "A4@1..2", "A4@.", "A4@ 1", "A4@1-2-3"}) {
         try {
             ParseNoteSpec("--track", text);
             ADD_FAILURE() << text << " was accepted";

@@ -104,19 +104,6 @@ TEST(OutputsWork, PanPlacesTheSignal) {
     EXPECT_FLOAT_EQ(right.right[0], 8000.0f);
 }
 
-TEST(BlockTypes, FamilyTypesCreateTheirBlocks) {
-    const std::pair<int, int> typeCategory[] = {{0, 3},  {4, 0},  {7, 0},  {10, 0}, {18, 0},
-                                                {25, 3}, {39, 0}, {49, 0}, {50, 0}, {53, 2}};
-    for (auto [type, category] : typeCategory) {
-        std::unique_ptr<CAudioBlock> block(CreateBlock(Engine(), type, kRate));
-        ASSERT_NE(block, nullptr) << type;
-        EXPECT_EQ(block->type, type);
-        EXPECT_EQ(block->name, FindBlockType(type)->displayName) << type;
-        EXPECT_EQ(block->category, category) << type;
-        EXPECT_EQ(block->isOutput && block->hasOutputWork && block->hasAudioInput, category == kCategoryOutputs) << type;
-    }
-}
-
 TEST(OutputsPatch, OscillatorIntoOutputSoundsOnEveryVoice) {
     VrokInstance engine(CreateBlock);
     engine.SetVoiceCount(4, false);

@@ -1,6 +1,8 @@
 // The table oscillators and the Monophone: tuning, table choice, silence rules, texts.
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cmath>
 #include <memory>
 #include <vector>
 
@@ -49,6 +51,14 @@ TEST(OscPitch, Note70AtCentreSounds440Hz) {
     }
 }
 
+TEST(OscPitch, A4IncrementIsTheSinglePrecisionOneBitForBit) {
+    COscBlock osc(&Engine(), kRate);
+    osc.SetNote(70.0f, 100.0f, 0);
+    // 440 / 44100 * 2^32 in single precision; double precision would give 42852281.
+    EXPECT_EQ(osc.phaseIncrement[0], 42852280u);
+    EXPECT_EQ(PhaseIncrementFor(440.0f, 48000.0f), 39370532u);
+}
+
 TEST(OscPitch, PitchPortAndTableClamping) {
     COscBlock osc(&Engine(), kRate);
     const uint32_t increment = osc.phaseIncrement[0];
@@ -56,10 +66,20 @@ TEST(OscPitch, PitchPortAndTableClamping) {
     Step(osc, kMaxFrames, 1, [&] { Feed(osc, 0, 0, kMaxFrames, Const(1.0f)); });
     EXPECT_EQ(osc.phase[0], uint32_t(kMaxFrames * (increment + (1u << 27)))) << "a 32nd of a cycle per unit";
     EXPECT_EQ(osc.tableIndex[0], table) << "the port leaves the table";
+    // Within -16..16 the step wraps the phase; beyond, and for NaN, it is half a cycle.
+    const std::pair<float, int32_t> steps[] = {{-15.5f, -2080374784}, {-16.0f, INT32_MIN}, {16.0f, INT32_MIN},
+                                               {-1e9f, INT32_MIN},    {1e30f, INT32_MIN},  {NAN, INT32_MIN}};
+    for (auto [modulation, step] : steps) {
+        osc.phase[0] = 0;
+        Step(osc, 4, 1, [&] { Feed(osc, 0, 0, 4, Const(modulation)); });
+        EXPECT_EQ(osc.phase[0], 4 * (increment + uint32_t(step))) << modulation;
+    }
 
     // The table follows the clamped note; the frequency does not.
-    for (auto [voice, note] : {std::pair{0, -20.0f}, {1, 118.0f}, {2, 130.0f}}) osc.SetNote(note, 0.0f, voice);
+    for (auto [voice, note] : {std::pair{0, -20.0f}, {1, 118.0f}, {2, 130.0f}, {4, NAN}})
+        osc.SetNote(note, 0.0f, voice);
     EXPECT_EQ(osc.tableIndex[0], 0);
+    EXPECT_TRUE(osc.tableIndex[4] == 0 && osc.phaseIncrement[4] == 0) << "a NaN pitch reads table 0 and stands still";
     EXPECT_TRUE(osc.tableIndex[1] == 127 && osc.tableIndex[2] == 127);
     EXPECT_NEAR(double(osc.phaseIncrement[2]) / osc.phaseIncrement[1], 2.0, 1e-6);
     osc.SetParameter(0, 0.75f);  // +6 semitones for every voice
@@ -106,25 +126,6 @@ TEST(OscWork, AmpPortAndAmpZero) {
     fixed.monophonic = true;
     Step(fixed, 64);
     EXPECT_EQ(fixed.active[0], 0) << "the monophonic path treats Amp 0 as silence";
-}
-
-TEST(OscWork, SubOscMonophonicPathTruncatesBeforeAddingEleven) {
-    CSubOscBlock sub(&Engine(), kRate);
-    COscBlock osc(&Engine(), kRate);
-    sub.monophonic = true;
-    sub.SetNote(70.9f, 0.0f, 5);
-    osc.SetNote(70.0f, 0.0f, 0);
-    EXPECT_EQ(sub.monoNote, 70);
-    EXPECT_EQ(sub.phaseIncrement[0], osc.phaseIncrement[0]);
-    EXPECT_FLOAT_EQ(sub.note[5], 80.0f) << "the voice's own note is left alone";
-    // Detune +11.5 on note -12: -0.5 truncates to 0 here, where the polyphonic law takes
-    // 10.5 and rounds down to 10.
-    for (CTableOscBase* b : {static_cast<CTableOscBase*>(&sub), static_cast<CTableOscBase*>(&osc)}) {
-        b->SetParameter(0, 0.5f + 11.5f / 24.0f);
-        b->SetNote(-12.0f, 0.0f, 0);
-    }
-    EXPECT_EQ(sub.tableIndex[0], 11);
-    EXPECT_EQ(osc.tableIndex[0], 10);
 }
 
 TEST(OscText, FixedOscShowsA77SemitoneHigherPitchThanItPlays) {

@@ -1,6 +1,8 @@
 // Graph edits and evaluation order: refusals, wire limits, order from the wire table,
 // chain membership and Reset.
 #include <algorithm>
+#include <cstdio>
+#include <random>
 #include <tuple>
 
 #include "engine/probe_blocks.h"
@@ -150,6 +152,75 @@ TEST_F(Graph, PolyphonySpreadsDownstreamAndRebuildSendsEveryVoicePitch) {
     EXPECT_FALSE(engine.blocks[out]->monophonic) << "an output fed by a polyphonic chain is polyphonic";
     for (int slot : {osc, out}) EXPECT_EQ(CallsOf("SetNote", slot).size(), 3u) << slot;
     EXPECT_EQ(Calls().front().value, -1.0f) << "a voice never played sends pitch -1";
+}
+
+TEST_F(Graph, AnOutputFeedingAnotherIsOrderedOnceAndWorksOncePerBuffer) {
+    const int last = Add(kOutput), osc = Add(kPolySource), first = WorkingOutput();
+    engine.Connect(osc, first, 0);
+    Chain({first, last});
+    EXPECT_EQ(Order(), (std::vector<int>{osc, first, last}));
+    Calls().clear();
+    float left[kMaxFrames] = {}, right[kMaxFrames] = {};
+    engine.Render({left, right}, 64);
+    for (int slot : {osc, first, last}) EXPECT_EQ(CallsOf("Work", slot).size(), 1u) << slot;
+}
+
+// The polyphony rule as first written: a walk down every path from every root, counting
+// polyphonic arrivals. Exponential in the worst case, so only for small graphs.
+void WalkEveryPath(VrokInstance& engine, int id, bool inputPolyphonic, std::vector<int>& visits) {
+    const bool polyphonic = engine.blocks[id]->IsPolyphonic(inputPolyphonic) || inputPolyphonic;
+    if (polyphonic) ++visits[size_t(id)];
+    for (const Connection& c : engine.connections)
+        if (c.inUse && c.fromBlock == id) WalkEveryPath(engine, c.toBlock, polyphonic, visits);
+}
+
+TEST_F(Graph, OrderAndPolyphonyOfRandomGraphsMatchTheWalkOverEveryPath) {
+    const unsigned seed = 20261123;
+    std::printf("seed %u\n", seed);
+    std::mt19937 random(seed);
+    const int types[] = {kPolySource, kMonoSource, kPass, kPass, kOutput};
+    for (int round = 0; round < 300; ++round) {
+        engine.ClearPatch();
+        const int blocks = 2 + int(random() % 11);
+        for (int b = 0; b < blocks; ++b) Add(types[random() % 5]);
+        // Wires only run forward in a shuffled ranking of the slots, so none closes a loop
+        // and slot order says nothing about the direction.
+        std::vector<int> ranked(static_cast<size_t>(blocks));
+        for (int b = 0; b < blocks; ++b) ranked[size_t(b)] = b;
+        std::shuffle(ranked.begin(), ranked.end(), random);
+        for (int w = int(random() % 30); w > 0; --w) {
+            const int from = int(random() % unsigned(blocks - 1));
+            const int to = from + 1 + int(random() % unsigned(blocks - from - 1));
+            engine.Connect(ranked[size_t(from)], ranked[size_t(to)], int(random() % 2));
+        }
+        engine.RebuildOrder();
+
+        std::vector<bool> feedsOutput(size_t(blocks), false);
+        for (int r = blocks - 1; r >= 0; --r) {
+            const int b = ranked[size_t(r)];
+            feedsOutput[size_t(b)] = engine.blocks[b]->isOutput;
+            for (const Connection& c : engine.connections)
+                if (c.inUse && c.fromBlock == b && feedsOutput[size_t(c.toBlock)]) feedsOutput[size_t(b)] = true;
+        }
+        std::vector<int> visits(size_t(blocks), 0), position(size_t(blocks), -1);
+        for (int b = 0; b < blocks; ++b) {
+            const bool hasInput = std::any_of(std::begin(engine.connections), std::end(engine.connections),
+                                              [b](const Connection& c) { return c.inUse && c.toBlock == b; });
+            if (!hasInput && feedsOutput[size_t(b)]) WalkEveryPath(engine, b, false, visits);
+        }
+        for (int k = 0; k < engine.orderCount; ++k) {
+            ASSERT_EQ(position[size_t(engine.order[k])], -1) << "round " << round << ": listed twice";
+            position[size_t(engine.order[k])] = k;
+        }
+        for (int b = 0; b < blocks; ++b) {
+            ASSERT_EQ(position[size_t(b)] >= 0, bool(feedsOutput[size_t(b)])) << "round " << round << " block " << b;
+            ASSERT_EQ(engine.blocks[b]->monophonic, visits[size_t(b)] == 0) << "round " << round << " block " << b;
+        }
+        for (const Connection& c : engine.connections) {
+            if (!c.inUse || position[size_t(c.toBlock)] < 0) continue;
+            ASSERT_LT(position[size_t(c.fromBlock)], position[size_t(c.toBlock)]) << "round " << round;
+        }
+    }
 }
 
 }  // namespace

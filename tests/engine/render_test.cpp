@@ -44,19 +44,6 @@ TEST_F(Render, PortsSumAllWiresAndKnowSilentFromUnwired) {
     EXPECT_FALSE(engine.blocks[amp]->ports[1]->hasConnection);
 }
 
-TEST_F(Render, MonophonicConsumerFoldsPolyphonicVoicesIntoRowZero) {
-    engine.SetVoiceCount(3, false);
-    int osc = Add(kPolySource), knob = Add(kMonoSource), out = WorkingOutput();
-    engine.Connect(knob, out, 1);
-    Chain({osc, out});
-    // An output counts as monophonic only when nothing polyphonic feeds it, so make one.
-    engine.blocks[out]->monophonic = engine.blocks[knob]->monophonic = true;
-    Run();
-    EXPECT_FLOAT_EQ(engine.blocks[out]->ports[0]->buffer[0][0], (3 * osc + 0 + 1 + 2) * 0.001f);
-    EXPECT_FLOAT_EQ(engine.blocks[out]->ports[1]->buffer[0][0], knob * 0.001f)
-        << "a monophonic source counts once, not once per voice";
-}
-
 TEST_F(Render, VoiceSilentInEveryOutputIsRetired) {
     engine.SetVoiceCount(4, false);
     int osc = Add(kPolySource);
@@ -122,6 +109,22 @@ TEST_F(Render, GlidesAdvanceOnlyWhileTheGraphRuns) {
     At(out).hasOutputWork = true;
     Run(64);
     EXPECT_FLOAT_EQ(engine.portamentoPosition[0], 64.0f * engine.portamentoRate);
+}
+
+TEST_F(Render, NotesAndRendersAfterClearPatchFindAnEmptyOrder) {
+    engine.SetVoiceCount(2, false);
+    Chain({Add(kPolySource), WorkingOutput()});
+    engine.PressKey(60, 100);
+    engine.ClearPatch();
+    EXPECT_EQ(engine.orderCount, 0);
+    engine.PressKey(62, 100);
+    engine.ReleaseKey(60);
+    Run();
+    const int out = WorkingOutput();
+    Chain({Add(kPolySource), out});
+    Calls().clear();
+    Run();
+    EXPECT_EQ(CallsOf("Work", out).size(), 2u) << "a patch built afterwards runs";
 }
 
 }  // namespace

@@ -175,4 +175,29 @@ TEST_F(Voices, ArpeggiatorSwitchReleasesHeldNotes) {
     EXPECT_EQ(VoiceOf(60), -1);
 }
 
+TEST_F(Voices, NewNotesStartAfterTheCursorWrapAroundAndShareItWithOtherEngines) {
+    engine.SetVoiceCount(4, false);
+    VrokInstance::voiceCursor = 2;
+    Press({60, 61, 62, 63});
+    EXPECT_EQ((std::vector<int>{VoiceOf(60), VoiceOf(61), VoiceOf(62), VoiceOf(63)}), (std::vector<int>{3, 0, 1, 2}));
+    engine.ReleaseKey(61);
+    engine.ReleaseKey(62);
+    Press({64});
+    EXPECT_EQ(VoiceOf(64), 0) << "the search starts after the last voice started, 2";
+
+    VrokInstance other(Factory);
+    int osc = -1, out = -1;
+    other.InsertBlock(kPolySource, -1, &osc);
+    other.InsertBlock(kOutput, -1, &out);
+    other.Connect(osc, out, 0);
+    other.RebuildOrder();
+    other.SetVoiceCount(4, false);
+    other.PressKey(60, 100);
+    EXPECT_EQ(other.voiceNote[1], 60) << "the cursor is the whole process's: after voice 0 comes 1";
+    engine.SetVoiceCount(3, false);
+    VrokInstance::voiceCursor = 11;  // left by an engine with more voices
+    Press({70});
+    EXPECT_EQ(VoiceOf(70), 0) << "taken modulo the local count: (11 + 1) % 3";
+}
+
 }  // namespace

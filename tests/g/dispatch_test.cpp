@@ -178,13 +178,16 @@ public:
 };
 
 TEST(Dispatch, AHandlerMayDeleteTheRootMidMessage) {
+    const int before = G::Control::LiveCount();
     auto owned = std::make_unique<FakeNativeWindow>(100, 100);
     FakeNativeWindow* native = owned.get();
     auto* root = new G::RootControl(std::move(owned));
     auto* c = new SelfDeleting(root, 0);
     root->AddChild(c);
     c->SetBounds(0, 0, 100, 100);
+    native->Send(NativeEventKind::Size, 100, 100);
     native->Send(NativeEventKind::LeftDown, 5, 5);  // frees root and native; must not crash
+    EXPECT_EQ(G::Control::LiveCount(), before) << "the root and its child are gone";
 }
 
 TEST(Scroller, FollowsDragsClicksAndWheelWithinItsRange) {

@@ -55,7 +55,7 @@ public:
     }
     bool Read(void* buffer, int numBytes) override {
         const size_t n = std::min(bytes.size() - position, size_t(numBytes));
-        std::memcpy(buffer, bytes.data() + position, n);
+        if (n > 0) std::memcpy(buffer, bytes.data() + position, n);  // an empty stream has no data pointer
         position += n;
         return n == size_t(numBytes);
     }

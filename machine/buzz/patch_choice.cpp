@@ -1,0 +1,126 @@
+// Patch files chosen by number, loaded off the host's threads.
+#include "machine/buzz/patch_choice.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "document/vrok_doc.h"
+#include "machine/machine.h"
+
+namespace buzz {
+
+namespace {
+
+bool IsPatchExtension(const std::filesystem::path& path) {
+    const std::string extension = path.extension().string();
+    return extension == ".vrkx" || extension == ".vrk";
+}
+
+// The leading decimal number of `name`, or -1 when it does not start with one or the
+// number runs into the rest of the name without a separator.
+int LeadingNumber(const std::string& name) {
+    size_t digits = 0;
+    long value = 0;
+    while (digits < name.size() && name[digits] >= '0' && name[digits] <= '9') {
+        value = value * 10 + (name[digits] - '0');
+        if (value > PatchChoice::kMaxNumber) return -1;
+        ++digits;
+    }
+    if (digits == 0 || digits == name.size()) return -1;
+    return int(value);
+}
+
+}  // namespace
+
+std::string PatchFolder() {
+    const char* dataHome = std::getenv("XDG_DATA_HOME");
+    if (dataHome && dataHome[0] == '/') return std::string(dataHome) + "/vrok/patches";
+    const char* home = std::getenv("HOME");
+    if (home && home[0]) return std::string(home) + "/.local/share/vrok/patches";
+    return {};
+}
+
+std::string FindPatchFile(const std::string& folder, int number) {
+    if (folder.empty()) return {};
+    std::error_code error;
+    std::filesystem::directory_iterator it(folder, error);
+    std::string best;
+    for (; !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+        const std::filesystem::path& path = it->path();
+        if (!it->is_regular_file(error) || !IsPatchExtension(path)) continue;
+        const std::string name = path.filename().string();
+        if (LeadingNumber(name) != number) continue;
+        if (best.empty() || path.string() < best) best = path.string();
+    }
+    return best;
+}
+
+PatchChoice::~PatchChoice() {
+    {
+        std::lock_guard guard(mutex);
+        quit = true;
+    }
+    changed.notify_all();
+    if (thread.joinable()) thread.join();
+}
+
+void PatchChoice::Want(int number, int waitMs) {
+    if (number == asked) return;
+    asked = number;
+    std::unique_lock guard(mutex);
+    requested = number;
+    busy = true;
+    if (!thread.joinable()) thread = std::thread(&PatchChoice::Run, this);
+    changed.notify_all();
+    changed.wait_for(guard, std::chrono::milliseconds(waitMs), [this] { return !busy; });
+}
+
+void PatchChoice::Run() {
+    std::unique_lock guard(mutex);
+    for (;;) {
+        changed.wait(guard, [this] { return quit || requested >= 0; });
+        if (quit) return;
+        const int number = requested;
+        requested = -1;
+        guard.unlock();
+        Load(number);
+        guard.lock();
+        // A newer request that came in meanwhile keeps the caller waiting for its own load.
+        if (requested < 0) busy = false;
+        changed.notify_all();
+    }
+}
+
+void PatchChoice::Load(int number) {
+    VrokDoc& document = *machine.document;
+    const std::string folder = PatchFolder();
+    const std::string path = number == 0 && restored ? std::string() : FindPatchFile(folder, number);
+    if (path.empty()) {
+        if (number == 0 && replaced) {
+            std::lock_guard guard(machine.machineLock);
+            document.ReadXml(builtIn);
+            replaced = false;
+        } else if (number != 0) {
+            std::fprintf(
+                stderr, "[VROK]: patch %d: no file numbered %d in %s; keeping the patch\n", number, number,
+                folder.empty() ? "(no folder: neither XDG_DATA_HOME nor HOME is set)" : folder.c_str());
+        }
+        return;
+    }
+    if (!replaced) {
+        std::lock_guard guard(machine.machineLock);
+        builtIn = document.WriteXml();
+    }
+    std::vector<LoadProblem> problems;
+    const bool loaded = machine.LoadPatchFile(path, &problems);
+    for (const LoadProblem& problem : problems)
+        std::fprintf(stderr, "[VROK]: %s\n", problem.Format().c_str());
+    if (loaded)
+        replaced = true;
+    else
+        std::fprintf(stderr, "[VROK]: %s: not a patch; keeping the patch\n", path.c_str());
+}
+
+}  // namespace buzz
