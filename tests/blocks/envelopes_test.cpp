@@ -127,6 +127,31 @@ TEST(EnvelopesWork, RetriggerRisesFromThePresentLevelOverTheFullAttack) {
     EXPECT_LT(row[attack - 2], row[attack - 1]);
 }
 
+TEST(EnvelopesWork, RenderedRunsMatchSampleBySampleSteps) {
+    const float attack = 0.0f, decay = 0.05f, sustain = 0.4f, release = 0.03f;
+    EnvelopeState runs, steps;
+    for (EnvelopeState* s : {&runs, &steps}) {
+        s->rate = kRate, s->attack = &attack, s->decay = &decay, s->sustain = &sustain, s->release = &release;
+        s->Start();
+    }
+    // Odd block lengths put stage ends anywhere in a block; a release and a retrigger on the way.
+    float row[kMaxFrames];
+    for (int b = 0; b < 60; ++b) {
+        if (b == 20) runs.Release(), steps.Release();
+        if (b == 23) runs.Start(), steps.Start();
+        if (b == 40) runs.Release(), steps.Release();
+        const int n = 1 + (b * 37) % kMaxFrames;
+        runs.Render(row, n);
+        for (int i = 0; i < n; ++i) {
+            const float expected = steps.stage == kStageIdle ? 0.0f : steps.Step();
+            ASSERT_EQ(row[i], expected) << "block " << b << " sample " << i;
+        }
+        ASSERT_EQ(runs.stage, steps.stage) << b;
+        ASSERT_EQ(runs.remaining, steps.remaining) << b;
+    }
+    EXPECT_EQ(runs.stage, kStageIdle);
+}
+
 TEST(EnvelopesWork, MonophonicNotesDriveTheSharedState) {
     CEnvelopeBlock envelope(&Engine(), kRate);
     envelope.monophonic = true;

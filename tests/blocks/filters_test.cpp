@@ -180,6 +180,24 @@ TEST(FiltersWork, VoicesRunTogetherMatchVoicesRunAlone) {
     Engine(1);
 }
 
+TEST(FiltersWork, DisplayReadsTheSnapshotBankAudioWroteAndSwapsBanks) {
+    CFilterBlock filter(&Engine(), kRate);
+    filter.SetParameter(0, 0.3f);  // off every chain: the knob feeds the display itself
+    float sets[kMaxVoices + 1][5] = {};
+    ASSERT_TRUE(filter.displayChanged.load());
+    const int written = filter.snapshotWrite;
+    filter.ReadSnapshots(sets);
+    const BiquadRecord& reference = filter.records[CFilterBlock::kReference];
+    EXPECT_EQ(sets[CFilterBlock::kReference][0], reference.targetB0);
+    EXPECT_EQ(sets[CFilterBlock::kReference][4], reference.targetA2);
+    EXPECT_NE(filter.snapshotWrite, filter.snapshotRead);
+    EXPECT_NE(filter.snapshotRead, written) << "the display hands the bank it read back to the audio side";
+    EXPECT_FALSE(filter.displayChanged.load());
+    sets[CFilterBlock::kReference][0] = 42.0f;
+    filter.ReadSnapshots(sets);
+    EXPECT_EQ(sets[CFilterBlock::kReference][0], 42.0f) << "nothing new: nothing copied";
+}
+
 TEST(FiltersEdges, NewVelocityMakesAPassThroughSameVelocityKeepsRinging) {
     for (int velocity : {100, 90}) {
         CFilterBlock filter(&Engine(), kRate);
