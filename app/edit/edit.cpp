@@ -1,0 +1,133 @@
+// The `vrok edit` session: a document with its engine, the editor's container window, the close
+// question for unsaved changes, and the screenshot for tests.
+#include "app/edit/edit.h"
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+
+#include "document/vrok_doc.h"
+#include "editor/vrok_container_window.h"
+#include "editor/vrok_doc_window.h"
+#include "g/native/native.h"
+#include "g/png.h"
+
+namespace app {
+namespace {
+
+void Say(const std::string& line) {
+    std::fputs(line.c_str(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+class EditSession {
+public:
+    EditSession(const EditOptions& editOptions, VrokDoc& document, std::unique_ptr<G::NativeWindow> native)
+        : options(editOptions), doc(document) {
+        window = std::make_unique<editor::VrokContainerWindow>(std::move(native), doc, options.width,
+                                                               options.height);
+        window->onClose = [this] { return !MayClose(); };
+        window->AddTimerClient(&ticker);
+        ticker.session = this;
+    }
+
+    ~EditSession() { window->RemoveTimerClient(&ticker); }
+
+    void SetName(const std::string& path) { window->docWindow->SetName(path); }
+
+    void Run() {
+        window->ShowTop();
+        G::native::RunMessageLoop();
+    }
+
+    bool failed = false;
+
+private:
+    // Ticks for the session: announces readiness and takes the screenshot.
+    struct Ticker : G::Control {
+        Ticker() : G::Control(nullptr) {}
+        void OnTimer(int) override { session->Tick(); }
+        EditSession* session = nullptr;
+    };
+
+    // Unsaved changes: offer to save; a save that fails keeps the window open.
+    bool MayClose() {
+        if (doc.changed) {
+            const std::string name = doc.fileName.empty() ? std::string("new patch") : doc.fileName;
+            const auto answer = window->native->ShowMessageBox("Save the changes to " + name + "?", "Vrok",
+                                                               G::MessageBoxKind::YesNo);
+            if (answer == G::MessageBoxResult::Yes) {
+                editor::VrokDocWindow& canvas = *window->docWindow;
+                const std::string path = canvas.Name();
+                if (path.empty()) {
+                    canvas.OnCommand(0x2003);  // the save dialog
+                } else {
+                    canvas.Save(path);
+                }
+                if (doc.changed) return false;
+            }
+        }
+        window->native->running = false;
+        return true;
+    }
+
+    void Tick() {
+        if (!announced) {
+            announced = true;
+            start = std::chrono::steady_clock::now();
+            Say("ready");
+        }
+        if (options.screenshot.empty() || !window->native->running) return;
+        if (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(options.afterMs)) return;
+        window->native->running = false;
+        std::string error;
+        G::NativeWindow& native = *window->native;
+        if (!G::WritePng(options.screenshot, native.surface.data(), native.surfaceWidth, native.surfaceHeight,
+                         native.surfaceRowLength, error)) {
+            std::fprintf(stderr, "vrok: %s: %s\n", options.screenshot.c_str(), error.c_str());
+            failed = true;
+            return;
+        }
+        Say("Screenshot " + options.screenshot);
+    }
+
+    const EditOptions& options;
+    VrokDoc& doc;
+    std::unique_ptr<editor::VrokContainerWindow> window;
+    Ticker ticker;
+    bool announced = false;
+    std::chrono::steady_clock::time_point start;
+};
+
+}  // namespace
+
+int RunEdit(const EditOptions& options) {
+    VrokDoc doc;
+    if (!options.patch.empty()) {
+        LoadReport report;
+        const bool loaded = doc.LoadFile(options.patch, &report) || doc.ReadVrk(options.patch, &report);
+        // Problems of a patch that loaded are the gaps it was loaded with (refused wires, unknown blocks).
+        for (const LoadProblem& problem : report)
+            std::fprintf(stderr, "vrok: %s\n", problem.Format().c_str());
+        if (!loaded) {
+            if (report.empty())
+                std::fprintf(stderr, "vrok: %s: cannot read the patch\n", options.patch.c_str());
+            return 1;
+        }
+    }
+    // What was just read is what is on disk.
+    doc.changed = false;
+    auto native =
+        G::native::CreateNativeWindow(L"Vrok editor", G::Rect{0, 0, options.width, options.height}, 0, 0);
+    if (!native) {
+        std::fprintf(stderr, "vrok: edit: cannot open a window (no X display? check DISPLAY)\n");
+        return 1;
+    }
+    EditSession session(options, doc, std::move(native));
+    if (!options.patch.empty()) session.SetName(options.patch);
+    session.Run();
+    return session.failed ? 1 : 0;
+}
+
+}  // namespace app
