@@ -181,27 +181,22 @@ void VrokDocWindow::OnCommand(int id) {
             ConfirmAndClear();
             break;
         case kCommandLoad: {
-            G::FileDialogRequest request{
-                .title = "Load..", .filterLabel = "[VROK] files", .extensions = {".vrkx", ".vrk"}};
+            G::FileDialogRequest request;
+            request.title = "Load..";
+            request.filterLabel = "[VROK] files";
+            request.extensions = {".vrkx", ".vrk"};
             std::string path;
-            if (G::NativeWindow* native = Native(); native && native->OpenFileDialog(request, path))
-                Load(path);
+            if (G::NativeWindow* native = Native(); native && native->OpenFileDialog(request, path)) Load(path);
             break;
         }
         case kCommandSave: {
-            G::FileDialogRequest request{.title = "Save file to..",
-                                         .fileName = doc.fileName.empty() ? "" : doc.fileName + ".vrkx",
-                                         .filterLabel = "Vrok XML files",
-                                         .extensions = {".vrkx"}};
+            G::FileDialogRequest request;
+            request.title = "Save file to..";
+            request.filterLabel = "Vrok XML files";
+            request.extensions = {".vrkx"};
             std::string path;
-            if (G::NativeWindow* native = Native(); native && native->SaveFileDialog(request, path)) {
-                // The default extension.
-                if (path.find('.',
-                              path.find_last_of('/') == std::string::npos ? 0 : path.find_last_of('/')) ==
-                    std::string::npos)
-                    path += ".vrkx";
-                Save(path);
-            }
+            // The dialog adds the default extension to a bare name.
+            if (G::NativeWindow* native = Native(); native && native->SaveFileDialog(request, path)) Save(path);
             break;
         }
         case kCommandUndo:

@@ -157,9 +157,10 @@ void BuildCanvasMenu(G::MenuItem& menu) {
                                                         {Submenu::Output, "Output"},
                                                         {Submenu::Analyse, "Analyse"}};
     for (auto [submenu, caption] : submenus) {
-        G::MenuItem* sub = menu.Add(0, caption);
-        AddBlockEntries(*sub, submenu);
-        // A submenu with nothing to make shows as a plain entry that does nothing.
+        // A submenu with nothing to make would show as an entry that does nothing: left out.
+        G::MenuItem probe(0, caption);
+        AddBlockEntries(probe, submenu);
+        if (!probe.children.empty()) AddBlockEntries(*menu.Add(0, caption), submenu);
     }
     G::MenuItem* patch = menu.Add(0, "Patch");
     patch->Add(kCommandClear, "Clear (shift-N)");

@@ -70,8 +70,10 @@ void VrokMachineEditor::SetTitle(mi& machine, const std::string& title) {
 std::string VrokMachineEditor::AskOpenFile(mi& machine, const std::string& title,
                                            const std::string& defaultExtension,
                                            const std::string& filterName) {
-    G::FileDialogRequest request{
-        .title = title, .filterLabel = filterName, .extensions = {"." + defaultExtension}};
+    G::FileDialogRequest request;
+    request.title = title;
+    request.filterLabel = filterName;
+    request.extensions = {"." + defaultExtension};
     if (defaultExtension == "vrkx") request.extensions.push_back(".vrk");
     std::string path;
     if (VrokContainerWindow* window = WindowOf(machine); window && window->native) {
