@@ -326,6 +326,8 @@ void VrokDocWindow::DeleteSelection() {
     doc.ActionEnd(nullptr);
     CountChange();
     LayoutScrollers();
+    // A deleted window that had the keyboard gave it up.
+    TakeKeyboard();
 }
 
 void VrokDocWindow::DeleteBlockOf(VrokBlockWindow* window) {

@@ -343,7 +343,6 @@ bool VrokBlockWindow::OnLeftUp(int, int) {
         canvas->doc.ActionEnd(nullptr);
     }
     canvas->InvalidateSelection();
-    canvas->TakeKeyboard();
     return true;
 }
 
