@@ -186,7 +186,8 @@ void VrokDocWindow::OnCommand(int id) {
             request.filterLabel = "[VROK] files";
             request.extensions = {".vrkx", ".vrk"};
             std::string path;
-            if (G::NativeWindow* native = Native(); native && native->OpenFileDialog(request, path)) Load(path);
+            if (G::NativeWindow* native = Native(); native && native->OpenFileDialog(request, path))
+                Load(path);
             break;
         }
         case kCommandSave: {
@@ -196,7 +197,8 @@ void VrokDocWindow::OnCommand(int id) {
             request.extensions = {".vrkx"};
             std::string path;
             // The dialog adds the default extension to a bare name.
-            if (G::NativeWindow* native = Native(); native && native->SaveFileDialog(request, path)) Save(path);
+            if (G::NativeWindow* native = Native(); native && native->SaveFileDialog(request, path))
+                Save(path);
             break;
         }
         case kCommandUndo:

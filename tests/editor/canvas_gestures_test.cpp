@@ -182,14 +182,16 @@ TEST(CanvasSelection, DraggingMovesEverySelectedWindowAndMakesOneUndoStep) {
     EXPECT_EQ(out->block->posX, 500) << "not selected";
     EXPECT_EQ(UndoSteps(e.doc), undo + 1);
     // The wire follows its moved end.
-    EXPECT_FLOAT_EQ(e.Canvas().connectionWindows.front()->geometry.source.x, 70.0f + e.WindowOf(a)->Width() - 1);
+    EXPECT_FLOAT_EQ(e.Canvas().connectionWindows.front()->geometry.source.x,
+                    70.0f + e.WindowOf(a)->Width() - 1);
 
     e.Canvas().Undo();
     EXPECT_EQ(a->block->posX, 40);
     EXPECT_EQ(b->block->posY, 80);
     EXPECT_EQ(e.WindowOf(a)->bounds.x, 40);
     EXPECT_EQ(e.WindowOf(b)->bounds.y, 80);
-    EXPECT_FLOAT_EQ(e.Canvas().connectionWindows.front()->geometry.source.x, 40.0f + e.WindowOf(a)->Width() - 1);
+    EXPECT_FLOAT_EQ(e.Canvas().connectionWindows.front()->geometry.source.x,
+                    40.0f + e.WindowOf(a)->Width() - 1);
 
     // Blocks stop at the canvas's top-left corner.
     e.Drag(title.x, title.y, title.x - 400, title.y - 400);

@@ -16,7 +16,9 @@ namespace {
 namespace fs = std::filesystem;
 
 struct LogLines {
-    LogLines() : previous(SetLogSink([](int, const char* text) { Lines().push_back(text); })) { Lines().clear(); }
+    LogLines() : previous(SetLogSink([](int, const char* text) { Lines().push_back(text); })) {
+        Lines().clear();
+    }
     ~LogLines() { SetLogSink(previous); }
     static std::vector<std::string>& Lines() {
         static std::vector<std::string> lines;
@@ -63,8 +65,9 @@ TEST(Clipboard, CopyThenPasteIntoAnotherPatchMakesNewIdsSlotsAndPlaces) {
     EXPECT_NE(pastedOsc->block->index, first->block->index);
     EXPECT_GT(pastedOsc->id, first->id);
     // The wire names the new slots.
-    EXPECT_EQ(LiveWires(to.doc), (std::vector<std::tuple<int, int, int>>{
-                                     {pastedOsc->block->index, pastedOut->block->index, 0}}));
+    EXPECT_EQ(
+        LiveWires(to.doc),
+        (std::vector<std::tuple<int, int, int>>{{pastedOsc->block->index, pastedOut->block->index, 0}}));
     EXPECT_EQ(to.Canvas().connectionWindows.size(), 1u);
     EXPECT_EQ(UndoSteps(to.doc), steps + 1);
     to.Canvas().Undo();
@@ -210,8 +213,8 @@ TEST(EditorFiles, AFailedLoadKeepsThePatchAndAFailedSaveKeepsItChanged) {
     Files f;
     Editor e;
     PatchBlock* osc = e.AddFromMenu("Generate/Oscillator", 100, 100);
-    for (const fs::path& bad : {f.Write("broken.vrkx", "<storables><BLOCK"), f.Write("empty.vrk", ""),
-                                f.dir / "missing.vrkx"}) {
+    for (const fs::path& bad :
+         {f.Write("broken.vrkx", "<storables><BLOCK"), f.Write("empty.vrk", ""), f.dir / "missing.vrkx"}) {
         e.native->messages.clear();
         EXPECT_FALSE(e.Canvas().Load(bad.string())) << bad;
         ASSERT_EQ(e.doc.patchBlocks.size(), 1u) << bad;

@@ -99,7 +99,9 @@ struct Editor {
         Move(x, y, modifiers);
         native->Send(NativeEventKind::LeftDown, x, y + kTop, modifiers);
     }
-    void Up(int x, int y, unsigned modifiers = 0) { native->Send(NativeEventKind::LeftUp, x, y + kTop, modifiers); }
+    void Up(int x, int y, unsigned modifiers = 0) {
+        native->Send(NativeEventKind::LeftUp, x, y + kTop, modifiers);
+    }
     void Drag(int x0, int y0, int x1, int y1, unsigned modifiers = 0) {
         Down(x0, y0, modifiers);
         Move((x0 + x1) / 2, (y0 + y1) / 2, modifiers);
