@@ -348,7 +348,7 @@ bool VrokDocWindow::OnDraw(G::Renderer& target, G::Rect) {
 
     for (const DrawRecord& record : records) {
         const G::Rect& b = record.window->bounds;
-        if (record.shadow) r.DrawShadow(b.x - scrollX, b.y - scrollY, b.w, b.h);
+        if (record.shadow) shadows.Draw(r, b.x - scrollX, b.y - scrollY, b.w, b.h);
         if (record.state == 0) continue;
         const G::Color frame = record.state == 1   ? G::theme::Palette(20)
                                : record.state == 2 ? kNoPathFrame

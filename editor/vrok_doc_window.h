@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "document/vrok_doc.h"
+#include "editor/shadow_cache.h"
 #include "g/bitmap.h"
 #include "g/geometry.h"
 #include "g/window.h"
@@ -159,6 +160,7 @@ public:
     int previewX = 0, previewY = 0;  // the free end of the preview, window coordinates
     std::unique_ptr<G::Bitmap> canvas;
     int changeCounter = 0;
+    ShadowCache shadows;
     // Told after a load, save or clear changed the name.
     std::function<void()> onNameChanged;
     // Told when the document announces its global settings record.
