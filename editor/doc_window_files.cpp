@@ -2,6 +2,7 @@
 // open patch is touched, so a failed load keeps the patch; a failed save says so and leaves the
 // document marked as changed.
 #include "document/vrok_doc.h"
+#include "editor/editor_menus.h"
 #include "editor/vrok_doc_window.h"
 #include "g/root_control.h"
 
@@ -57,6 +58,22 @@ bool VrokDocWindow::ConfirmAndClear() {
     CountChange();
     DocumentChanged();
     return true;
+}
+
+bool VrokDocWindow::SaveBeforeClosing() {
+    G::NativeWindow* native = Native();
+    if (!doc.changed || !native) return true;
+    const std::string shown = doc.fileName.empty() ? std::string("new patch") : doc.fileName;
+    if (native->ShowMessageBox("Save the changes to " + shown + "?", "Vrok", G::MessageBoxKind::YesNo) !=
+        G::MessageBoxResult::Yes) {
+        return true;
+    }
+    if (name.empty()) {
+        OnCommand(kCommandSave);
+    } else {
+        Save(name);
+    }
+    return !doc.changed;
 }
 
 void VrokDocWindow::SetName(const std::string& path) {

@@ -117,6 +117,10 @@ public:
     bool Save(const std::string& path);
     // Asks "Warning!" first; true when cleared.
     bool ConfirmAndClear();
+    // Before the editor closes: with unsaved changes, offers to save them (through the save
+    // dialog when the patch has no file yet). False keeps the editor open: the user wanted the
+    // changes saved and they were not.
+    bool SaveBeforeClosing();
     // Shown in the top bar; empty shows "new patch".
     void SetName(const std::string& path);
     const std::string& Name() const { return name; }

@@ -51,23 +51,9 @@ private:
         EditSession* session = nullptr;
     };
 
-    // Unsaved changes: offer to save; a save that fails keeps the window open.
+    // Unsaved changes: the canvas offers to save them; a save that fails keeps the window open.
     bool MayClose() {
-        if (doc.changed) {
-            const std::string name = doc.fileName.empty() ? std::string("new patch") : doc.fileName;
-            const auto answer = window->native->ShowMessageBox("Save the changes to " + name + "?", "Vrok",
-                                                               G::MessageBoxKind::YesNo);
-            if (answer == G::MessageBoxResult::Yes) {
-                editor::VrokDocWindow& canvas = *window->docWindow;
-                const std::string path = canvas.Name();
-                if (path.empty()) {
-                    canvas.OnCommand(0x2003);  // the save dialog
-                } else {
-                    canvas.Save(path);
-                }
-                if (doc.changed) return false;
-            }
-        }
+        if (!window->docWindow->SaveBeforeClosing()) return false;
         window->native->running = false;
         return true;
     }

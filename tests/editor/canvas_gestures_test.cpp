@@ -236,4 +236,57 @@ TEST(CanvasSelection, DeleteCrossOnABlockRemovesIt) {
     EXPECT_TRUE(e.Canvas().blockWindows.empty());
 }
 
+TEST(PortMenus, OutputAndInputMenusDisconnectAndInsertAModifierBetween) {
+    Editor e;
+    PatchBlock* osc = e.AddFromMenu("Generate/Oscillator", 40, 60);
+    PatchBlock* noise = e.AddFromMenu("Generate/Noise", 40, 200);
+    PatchBlock* out = e.AddFromMenu("Output/Output", 500, 60);
+    e.Wire(osc, out, 0);
+    e.Wire(noise, out, 0);
+    ASSERT_EQ(LiveWires(e.doc).size(), 2u);
+
+    // The oscillator's output menu: a modifier between it and everything it feeds, as one step.
+    const size_t steps = UndoSteps(e.doc);
+    const G::Rect arrow = e.Arrow(osc);
+    e.RightClick(arrow.x, arrow.y, "Insert Modifier before all/Monophone");
+    ASSERT_EQ(e.doc.patchBlocks.size(), 4u);
+    PatchBlock* mono = e.doc.patchBlocks.back().get();
+    EXPECT_EQ(mono->block->type, 53);
+    EXPECT_EQ(mono->block->posX, 40 + e.WindowOf(osc)->Width() + 20) << "placed right of the block";
+    const int so = osc->block->index, sn = noise->block->index, sm = mono->block->index,
+              su = out->block->index;
+    EXPECT_EQ(LiveWires(e.doc),
+              (std::vector<std::tuple<int, int, int>>{{so, sm, 0}, {sn, su, 0}, {sm, su, 0}}));
+    EXPECT_EQ(UndoSteps(e.doc), steps + 1);
+
+    // The output's input menu: everything into port 0 goes.
+    const G::Rect port = e.Port(out, 0);
+    e.RightClick(port.x, port.y, "Disconnect all");
+    EXPECT_EQ(LiveWires(e.doc), (std::vector<std::tuple<int, int, int>>{{so, sm, 0}}));
+    e.Canvas().Undo();
+    EXPECT_EQ(LiveWires(e.doc).size(), 3u);
+}
+
+TEST(CanvasScrolling, ContentBeyondTheWindowGetsScrollersThatMoveTheWindows) {
+    Editor e;
+    PatchBlock* near = e.AddFromMenu("Generate/Oscillator", 40, 60);
+    EXPECT_FALSE(e.Canvas().hasVScroller);
+    PatchBlock* far = e.doc.AddBlock(7, -1, 1500, 1200);
+    e.Canvas().DocumentChanged();
+    ASSERT_TRUE(e.Canvas().hasVScroller);
+    ASSERT_TRUE(e.Canvas().hasHScroller);
+    const int contentH = far->block->posY + e.WindowOf(far)->Height() - 1;
+    EXPECT_EQ(e.Canvas().scrollRangeY, e.Canvas().Height() - contentH - 25);
+    e.Canvas().vScrollPosition = 1.0f;
+    e.Canvas().OnVScroll(0, 0);
+    EXPECT_EQ(e.Canvas().scrollY, e.Canvas().scrollRangeY);
+    EXPECT_EQ(e.WindowOf(near)->bounds.y, 60 + e.Canvas().scrollY);
+    EXPECT_EQ(e.WindowOf(far)->bounds.y, 1200 + e.Canvas().scrollY);
+    EXPECT_LT(e.WindowOf(far)->bounds.y + e.WindowOf(far)->Height(), e.Canvas().Height()) << "now in view";
+    // A block made by a click lands where the click was on the scrolled canvas.
+    PatchBlock* made = e.AddFromMenu("Generate/Noise", 200, 100);
+    EXPECT_EQ(made->block->posY, 100 - e.Canvas().scrollY);
+    EXPECT_EQ(e.WindowOf(made)->bounds.y, 100);
+}
+
 }  // namespace

@@ -245,4 +245,30 @@ TEST(EditorFiles, ClearAsksFirstAndHasNoUndo) {
     EXPECT_EQ(e.doc.UndoCount(), 0u);
 }
 
+TEST(EditorFiles, ClosingWithUnsavedChangesOffersToSaveAndAFailedSaveKeepsTheEditorOpen) {
+    Files f;
+    Editor e;
+    EXPECT_TRUE(e.Canvas().SaveBeforeClosing()) << "nothing changed: no question";
+    EXPECT_TRUE(e.native->messages.empty());
+    e.AddFromMenu("Generate/Oscillator", 100, 100);
+
+    e.native->boxAnswer = G::MessageBoxResult::No;
+    EXPECT_TRUE(e.Canvas().SaveBeforeClosing());
+    ASSERT_EQ(e.native->messages.size(), 1u);
+    EXPECT_EQ(e.native->messages[0], "Vrok: Save the changes to new patch?");
+
+    // Yes with no file yet: the save dialog; cancelled, the editor stays.
+    e.native->boxAnswer = G::MessageBoxResult::Yes;
+    EXPECT_FALSE(e.Canvas().SaveBeforeClosing());
+    e.native->dialogPath = (f.dir / "kept.vrkx").string();
+    EXPECT_TRUE(e.Canvas().SaveBeforeClosing());
+    EXPECT_TRUE(fs::exists(f.dir / "kept.vrkx"));
+
+    // With a file, it is saved there; a file that cannot be written keeps the editor open.
+    e.AddFromMenu("Generate/Noise", 300, 100);
+    e.Canvas().SetName((f.dir / "gone" / "kept.vrkx").string());
+    EXPECT_FALSE(e.Canvas().SaveBeforeClosing());
+    EXPECT_TRUE(e.doc.changed);
+}
+
 }  // namespace

@@ -84,6 +84,7 @@ constexpr int kTop = 18;
 struct Editor {
     explicit Editor(int w = 900, int h = 600) {
         doc.ClearAll();
+        doc.changed = false;  // as a freshly opened patch
         auto owned = std::make_unique<MenuNative>(w, h);
         native = owned.get();
         window = std::make_unique<editor::VrokContainerWindow>(std::move(owned), doc, w, h);
