@@ -91,16 +91,24 @@ private:
 int RunEdit(const EditOptions& options) {
     VrokDoc doc;
     if (!options.patch.empty()) {
-        LoadReport report;
-        const bool loaded = doc.LoadFile(options.patch, &report) || doc.ReadVrk(options.patch, &report);
-        // Problems of a patch that loaded are the gaps it was loaded with (refused wires, unknown blocks).
-        for (const LoadProblem& problem : report)
-            std::fprintf(stderr, "vrok: %s\n", problem.Format().c_str());
+        LoadReport xmlReport;
+        LoadReport binaryReport;
+        const bool loaded =
+            doc.LoadFile(options.patch, &xmlReport) || doc.ReadVrk(options.patch, &binaryReport);
+        const bool binary =
+            options.patch.size() > 4 && options.patch.compare(options.patch.size() - 4, 4, ".vrk") == 0;
+        const LoadReport& report = loaded ? (xmlReport.empty() ? binaryReport : xmlReport)
+                                          : (binary && !binaryReport.empty() ? binaryReport : xmlReport);
         if (!loaded) {
-            if (report.empty())
-                std::fprintf(stderr, "vrok: %s: cannot read the patch\n", options.patch.c_str());
+            // One line: the problem of the format the file was meant to be in.
+            std::fprintf(stderr, "vrok: %s\n",
+                         report.empty() ? (options.patch + ": cannot read the patch").c_str()
+                                        : report.front().Format().c_str());
             return 1;
         }
+        // A patch that loaded with gaps (refused wires, unknown blocks) opens with a warning each.
+        for (const LoadProblem& problem : report)
+            std::fprintf(stderr, "vrok: warning: %s\n", problem.Format().c_str());
     }
     // What was just read is what is on disk.
     doc.changed = false;
