@@ -445,12 +445,15 @@ void VrokDocWindow::FinishConnectionDrag(int x, int y) {
     for (G::Control* child : children) {
         auto* w = dynamic_cast<VrokBlockWindow*>(child);
         if (!w || !w->bounds.Contains(x, y)) continue;
-        const int port = w->InputPortAt(x - w->bounds.x, y - w->bounds.y);
-        if (port >= 0) {
-            SetConnectionTarget(w, port);
-            return;
+        // The topmost window under the point decides: a drag from an output ends on an input
+        // port; a drag from an input ends anywhere on a block that has an output.
+        if (connectionSource && !connectionTarget) {
+            const int port = w->InputPortAt(x - w->bounds.x, y - w->bounds.y);
+            if (port >= 0) return SetConnectionTarget(w, port);
+        } else if (connectionTarget && !connectionSource && w->HasOutput()) {
+            return SetConnectionSource(w);
         }
-        break;  // the topmost window under the point decides
+        break;
     }
     CancelConnection();
 }

@@ -41,9 +41,12 @@ public:
 
     bool OnLeftDown(int x, int y) override {
         LittleVrokButton::OnLeftDown(x, y);
-        // A press starts a wire that a drag can finish; a click finishes one already started.
-        if (id == kOutputButtonId && !window->canvas->IsConnecting())
-            window->canvas->SetConnectionSource(window);
+        // A press starts a wire that a drag can finish, from either end; a click finishes one
+        // already started.
+        if (!window->canvas->IsConnecting()) {
+            if (id == kOutputButtonId) window->canvas->SetConnectionSource(window);
+            if (IsInput()) window->canvas->SetConnectionTarget(window, id);
+        }
         return true;
     }
     // Input boxes get a dark rim: the audio input is in the title's own colour.
@@ -63,7 +66,7 @@ public:
     }
     bool OnLeftUp(int x, int y) override {
         const bool outside = x < 0 || y < 0 || x >= bounds.w || y >= bounds.h;
-        if (id == kOutputButtonId && outside && press.IsPressed()) {
+        if ((id == kOutputButtonId || IsInput()) && outside && press.IsPressed()) {
             int cx = x;
             int cy = y;
             LocalToCanvas(cx, cy);
@@ -77,6 +80,7 @@ public:
     }
 
 private:
+    bool IsInput() const { return id >= 0 && id < window->NumInputs(); }
     void LocalToCanvas(int& x, int& y) {
         LocalToGlobal(x, y);
         window->canvas->GlobalToLocal(x, y);

@@ -93,8 +93,9 @@ public:
     bool IsConnecting() const { return connecting; }
     // Window coordinates.
     void UpdateConnectionPreview(int x, int y);
-    // The end of a drag from an output arrow, in window coordinates: wires to the input port
-    // under the point, if any, else gives up.
+    // The end of a drag from a port button, in window coordinates: from an output arrow it
+    // wires to the input port under the point, from an input port to the block under the
+    // point; anywhere else it gives up.
     void FinishConnectionDrag(int x, int y);
     void Disconnect(PatchConnection* wire);
     // Recomputes the wires touching `patchBlock` (all wires for null) and invalidates them.

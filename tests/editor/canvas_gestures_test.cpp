@@ -77,10 +77,18 @@ TEST(CanvasWires, DragFromAnOutputToAnInputWiresThemAndALoopIsRefused) {
     EXPECT_EQ(LiveWires(e.doc).size(), 3u);
     EXPECT_FALSE(e.Canvas().IsConnecting());
 
+    // From an input port to anywhere on a block with an output works too.
+    PatchBlock* c = e.AddFromMenu("Generate/Noise", 300, 300);
+    const G::Rect ampPort = e.Port(a, 1);
+    e.Drag(ampPort.x, ampPort.y, 340, 320);
+    const auto wires = LiveWires(e.doc);
+    EXPECT_EQ(wires.size(), 4u);
+    EXPECT_NE(std::find(wires.begin(), wires.end(), std::make_tuple(c->block->index, sa, 1)), wires.end());
+
     // A drag released over empty canvas gives up.
     e.Drag(arrow.x, arrow.y, 700, 400);
     EXPECT_FALSE(e.Canvas().IsConnecting());
-    EXPECT_EQ(LiveWires(e.doc).size(), 3u);
+    EXPECT_EQ(LiveWires(e.doc).size(), 4u);
 }
 
 TEST(CanvasWires, ArrowMenuDisconnectsAndInsertsAModifierInOneStep) {
