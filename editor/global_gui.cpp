@@ -209,17 +209,18 @@ void GlobalGui::Layout() {
     const bool scrolls = contentHeight > bounds.h && bounds.h > 0;
     scrollRange = std::min(0, bounds.h - contentHeight);
     scrollY = std::clamp(scrollY, scrollRange, 0);
-    if (scrolls) {
-        vScrollPosition = std::clamp(float(-scrollY) / float(contentHeight - bounds.h), 0.0f, 1.0f);
-        vScrollPage = 1.0f - float(contentHeight - bounds.h) / float(contentHeight);
-    }
-    if (scrolls != hasVScroller) SetVScroller(scrolls);
+    // Once made, the scroller stays; with room for everything it rests at the top.
+    if (scrolls && !hasVScroller) SetVScroller(true);
+    vScrollPosition =
+        scrolls ? std::clamp(float(-scrollY) / float(contentHeight - bounds.h), 0.0f, 1.0f) : 0.0f;
+    vScrollPage = scrolls ? 1.0f - float(contentHeight - bounds.h) / float(contentHeight) : 1.0f;
     y = kSectionGap + scrollY;
     for (ParamSection* section : sections) {
         section->SetPosition(kSectionX, y);
         y += section->Height() + kSectionGap;
     }
     G::Window::LayoutScrollers();
+    if (vScroller) vScroller->Invalidate(nullptr);
     Invalidate(nullptr);
 }
 

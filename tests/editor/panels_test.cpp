@@ -194,6 +194,24 @@ TEST(GlobalPanel, WidgetsReachTheEngineThroughTheRecordAndUndo) {
     EXPECT_EQ(engine.numVoices, 8) << "back to the default of 0.5";
 }
 
+TEST(GlobalPanel, AShortPanelScrollsItsSectionsAndKeepsTheScrollerWhenTallAgain) {
+    Editor e(900, 600);
+    editor::GlobalGui& panel = *e.window->globalGui;
+    EXPECT_FALSE(panel.hasVScroller) << "everything fits";
+    e.native->Send(NativeEventKind::Size, 900, 300);
+    ASSERT_TRUE(panel.hasVScroller);
+    EXPECT_EQ(panel.Height(), 300 - 18);
+    panel.vScrollPosition = 1.0f;
+    panel.OnVScroll(0, 0);
+    EXPECT_EQ(panel.scrollY, panel.Height() - panel.contentHeight);
+    const G::Control* delay = panel.sections.back();
+    EXPECT_EQ(delay->bounds.y + delay->Height() + 3, panel.Height()) << "the last section ends at the bottom";
+    e.native->Send(NativeEventKind::Size, 900, 700);
+    EXPECT_TRUE(panel.hasVScroller);
+    EXPECT_EQ(panel.scrollY, 0);
+    EXPECT_EQ(panel.sections.front()->bounds.y, 3);
+}
+
 TEST(GlobalPanel, ValueTexts) {
     struct Row {
         int id;
