@@ -161,6 +161,29 @@ TEST(BlockWindow, ADragIsOneUndoStepAndTheBlockHearsEveryValue) {
     EXPECT_FLOAT_EQ(amp->Value(), 0.9f);
 }
 
+// Another window on the same record, as a second view would be.
+struct ChangeProbe : editor::EditorGui {
+    void StorableChanged(int source, Storable*) override { sources.push_back(source); }
+    std::vector<int> sources;
+};
+
+TEST(BlockWindow, ChangesAreAnnouncedWithTheirOriginSoOnlyOtherWindowsRedraw) {
+    Editor e;
+    PatchBlock* osc = e.AddFromMenu("Generate/Oscillator", 60, 80);
+    editor::VrokBlockWindow* w = e.WindowOf(osc);
+    ChangeProbe probe;
+    probe.Attach(osc);
+    G::Control* amp = w->widgets[1];
+    const int y = 80 + amp->bounds.y + 5;
+    e.Drag(60 + amp->bounds.x + 10, y, 60 + amp->bounds.x + 50, y);
+    ASSERT_FALSE(probe.sources.empty());
+    for (int source : probe.sources) EXPECT_EQ(source, w->Token()) << "the block window made these";
+    probe.sources.clear();
+    e.Canvas().Undo();
+    EXPECT_EQ(probe.sources, std::vector<int>{-1}) << "undo comes from outside every window";
+    probe.Detach(osc);
+}
+
 TEST(GlobalPanel, WidgetsReachTheEngineThroughTheRecordAndUndo) {
     Editor e;
     editor::GlobalGui* panel = e.window->globalGui;
