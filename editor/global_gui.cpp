@@ -84,26 +84,26 @@ void ParamSection::AddSwitch(int id) {
 }
 
 void ParamSection::AddRow(int id, int kind, const std::wstring& label) {
-    WidgetSpec spec;
-    spec.kind = kind;
-    spec.index = id;
-    spec.value = owner->ValueOf(id);
-    spec.x = 2;
-    spec.y = nextY;
-    spec.panelWidth = panelWidth;
-    spec.strongColor = titleColorIndex;
-    spec.paleColor = paleColorIndex;
-    spec.label = label;
-    if (kind == kStrip) spec.choices = {L"normal", L"spaced", L"widen"};
+    WidgetPlan plan;
+    plan.kind = kind;
+    plan.index = id;
+    plan.value = owner->ValueOf(id);
+    plan.x = 2;
+    plan.y = nextY;
+    plan.panelWidth = panelWidth;
+    plan.strongColor = titleColorIndex;
+    plan.paleColor = paleColorIndex;
+    plan.label = label;
+    if (kind == kStrip) plan.choices = {L"normal", L"spaced", L"widen"};
     G::Control* widget = nullptr;
     if (kind == kSwitch) {
         // A row switch carries its label beside it.
-        widget = new G::ParameterSwitchWithLabel(this, owner, id, spec.value, label);
+        widget = new G::ParameterSwitchWithLabel(this, owner, id, plan.value, label);
         AddChild(widget);
         widget->colorIndex = paleColorIndex;
-        widget->SetBounds(spec.x, spec.y, panelWidth - 4, kSwitchSize);
+        widget->SetBounds(plan.x, plan.y, panelWidth - 4, kSwitchSize);
     } else {
-        widget = MakeParamWidget(this, owner, spec);
+        widget = MakeParamWidget(this, owner, plan);
     }
     if (!widget) return;  // a kind with no widget is skipped
     widget->background = this;

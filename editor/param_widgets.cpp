@@ -17,16 +17,16 @@ constexpr int kWaveWidth = 56;
 constexpr int kFilterWidth = 80;
 
 template <class W>
-G::Control* Place(G::Control* parent, W* widget, const WidgetSpec& spec, int w, int h, int color) {
+G::Control* Place(G::Control* parent, W* widget, const WidgetPlan& plan, int w, int h, int color) {
     parent->AddChild(widget);
     widget->colorIndex = color;
-    widget->SetBounds(spec.x, spec.y, w, h);
+    widget->SetBounds(plan.x, plan.y, w, h);
     return widget;
 }
 
 }  // namespace
 
-G::Control* MakeParamWidget(G::Control* parent, G::FloatParamListener* listener, const WidgetSpec& s) {
+G::Control* MakeParamWidget(G::Control* parent, G::FloatParamListener* listener, const WidgetPlan& s) {
     const int wide = s.panelWidth - s.x - 2;
     switch (static_cast<ParamKind>(s.kind)) {
         case ParamKind::Knob:

@@ -14,7 +14,7 @@ class FloatParamListener;
 
 namespace editor {
 
-struct WidgetSpec {
+struct WidgetPlan {
     int kind = 0;   // ParamKind number
     int index = 0;  // parameter index, kept in the widget's id
     float value = 0;
@@ -30,9 +30,9 @@ struct WidgetSpec {
 // Block and parameter names are plain ASCII; each byte becomes one character.
 inline std::wstring Widen(std::string_view text) { return std::wstring(text.begin(), text.end()); }
 
-// The widget for `spec`, added to `parent` at its place, or null for a kind without a widget
+// The widget for `plan`, added to `parent` at its place, or null for a kind without a widget
 // (hidden parameters). `listener` hears every gesture.
-G::Control* MakeParamWidget(G::Control* parent, G::FloatParamListener* listener, const WidgetSpec& spec);
+G::Control* MakeParamWidget(G::Control* parent, G::FloatParamListener* listener, const WidgetPlan& plan);
 
 // Shows `value` without telling the listener.
 void ShowParamValue(G::Control* widget, float value);
