@@ -4,6 +4,7 @@
 // texts, and the keyboard piano.
 #include <gtest/gtest.h>
 
+#include "editor/editor_menus.h"
 #include "editor/global_gui.h"
 #include "editor/piano_window.h"
 #include "editor/top_bar.h"
@@ -284,6 +285,12 @@ TEST(TopBar, ButtonsFromTheRightWithHelpLastAndTheNameInTheHeader) {
     e.native->Send(NativeEventKind::LeftDown, x, 6);
     e.native->Send(NativeEventKind::LeftUp, x, 6);
     EXPECT_TRUE(e.doc.patchBlocks.empty());
+    // Help opens the wiki page in the browser.
+    G::CustomButton* help = bar.buttons.back();
+    e.native->Move(help->bounds.x + 3, 6);
+    e.native->Send(NativeEventKind::LeftDown, help->bounds.x + 3, 6);
+    e.native->Send(NativeEventKind::LeftUp, help->bounds.x + 3, 6);
+    EXPECT_EQ(e.native->openedUrls, std::vector<std::string>{editor::kWikiAddress});
 }
 
 }  // namespace
