@@ -116,6 +116,24 @@ TEST(CanvasPaint, CanvasWiresBlockWindowsAndTheGlobalPanelAreDrawn) {
     EXPECT_EQ(e.native->Pixel(panel->bounds.x + reverb.x + 100, panel->bounds.y + reverb.y + 3), Rgb(20));
 }
 
+TEST(CanvasPaint, ASelectionBeingDraggedCastsNoShadow) {
+    Editor e;
+    PatchBlock* osc = e.AddFromMenu("Generate/Oscillator", 100, 100);
+    e.Paint();
+    const G::Rect& r = e.WindowOf(osc)->bounds;
+    auto shadowPixel = [&] { return e.native->Pixel(r.x + r.w + 3, r.y + kTop + r.h / 2); };
+    auto background = [&] { return e.native->Pixel(r.x + r.w + 60, r.y + kTop + r.h / 2); };
+    EXPECT_NE(shadowPixel(), background()) << "a resting block has a shadow";
+    const G::Rect title = e.Title(osc);
+    e.Down(title.x, title.y);
+    e.Move(title.x + 1, title.y);
+    e.Paint();
+    EXPECT_EQ(shadowPixel(), background()) << "none while it is dragged";
+    e.Up(title.x + 1, title.y);
+    e.Paint();
+    EXPECT_NE(shadowPixel(), background()) << "back after the drop";
+}
+
 TEST(BlockWindow, AWidgetPerParameterAndPortsPlacedByRow) {
     Editor e;
     PatchBlock* osc = e.AddFromMenu("Generate/Oscillator", 60, 80);
