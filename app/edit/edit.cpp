@@ -28,6 +28,13 @@ public:
         window = std::make_unique<editor::VrokContainerWindow>(std::move(native), doc, options.width,
                                                                options.height);
         window->onClose = [this] { return !MayClose(); };
+        // The window's title follows the patch's name, as the top bar does.
+        auto redrawTopBar = window->docWindow->onNameChanged;
+        window->docWindow->onNameChanged = [this, redrawTopBar] {
+            if (redrawTopBar) redrawTopBar();
+            ShowTitle();
+        };
+        ShowTitle();
         window->AddTimerClient(&ticker);
         ticker.session = this;
     }
@@ -50,6 +57,11 @@ private:
         void OnTimer(int) override { session->Tick(); }
         EditSession* session = nullptr;
     };
+
+    void ShowTitle() {
+        const std::string name = doc.fileName.empty() ? std::string("new patch") : doc.fileName;
+        window->native->SetTitle(L"Vrok - " + std::wstring(name.begin(), name.end()));
+    }
 
     // Unsaved changes: the canvas offers to save them; a save that fails keeps the window open.
     bool MayClose() {

@@ -5,9 +5,12 @@
 #include <filesystem>
 #include <fstream>
 
+#include "editor/global_gui.h"
+#include "editor/top_bar.h"
 #include "editor_fixture.h"
 #include "engine/log.h"
 #include "g/keys.h"
+#include "g/parameter_switch.h"
 
 using namespace editortest;
 
@@ -187,6 +190,7 @@ TEST(EditorFiles, SaveThenLoadRoundTripsAndNamesTheTopBar) {
     Files f;
     Editor e;
     e.AddFromMenu("Generate/Oscillator", 100, 100);
+    e.doc.global->SetValue("Param_Reverb_Enable", 1.0f);
     e.native->dialogPath = (f.dir / "tune.vrkx").string();
     e.Canvas().OnCommand(0x2003);
     EXPECT_EQ(e.native->dialogs, std::vector<std::string>{"Save file to.."});
@@ -201,6 +205,9 @@ TEST(EditorFiles, SaveThenLoadRoundTripsAndNamesTheTopBar) {
     ASSERT_EQ(other.doc.patchBlocks.size(), 1u);
     EXPECT_EQ(other.Canvas().blockWindows.size(), 1u);
     EXPECT_EQ(other.doc.patchBlocks[0]->block->posX, 100);
+    EXPECT_FLOAT_EQ(static_cast<G::ParameterSwitch*>(other.window->globalGui->widgets.at(0))->Value(), 1.0f)
+        << "the global panel shows the loaded settings";
+    EXPECT_EQ(other.window->topBar->HeaderText(), "[VROK] tune");
 
     // A dropped file takes the same path.
     Editor dropped;
