@@ -1,10 +1,12 @@
 // The type-to-GUI table. Every type uses BasicBlockGui until its own GUI joins the table below.
 #include "editor/block_gui_table.h"
 
-#include <array>
 #include <map>
 
 #include "document/patch_records.h"
+#include "editor/curve_editors.h"
+#include "editor/display_guis.h"
+#include "editor/player_guis.h"
 #include "editor/vrok_block_window.h"
 #include "engine/audio_block.h"
 
@@ -16,8 +18,22 @@ struct GuiRow {
     VrokBlockWindow* (*create)(VrokDocWindow* canvas, PatchBlock* patchBlock);
 };
 
-// Block GUIs of their own, by type number: the drawn editors and the displays join here.
-constexpr std::array<GuiRow, 0> kBlockGuis{};
+template <class Gui>
+VrokBlockWindow* Make(VrokDocWindow* canvas, PatchBlock* patchBlock) {
+    return new Gui(canvas, patchBlock);
+}
+
+// Block GUIs of their own, by type number: the drawn editors, the players and the displays.
+constexpr GuiRow kBlockGuis[] = {
+    {0, Make<OutputGui>},           // Output
+    {1, Make<FilterGui>},           // Filter
+    {5, Make<ScopeGui>},            // Scope
+    {23, Make<CustomEnvBlockGui>},  // Custom Envelope
+    {24, Make<WaveshaperGui>},      // Waveshaper
+    {25, Make<OutputGui>},          // Output with panning
+    {44, Make<ArpGui>},             // Arpeggiator
+    {58, Make<SimpleSamplerGui>},   // Sampler
+};
 
 std::map<int, BlockGuiFactory>& Registered() {
     static std::map<int, BlockGuiFactory> registered;

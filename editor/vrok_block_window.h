@@ -65,9 +65,9 @@ public:
     void StorableRemoved(int source, Storable* storable) override;
 
     // Shows stored values that changed behind the widgets' back (a host knob, automation).
-    void RefreshChangedValues();
+    virtual void RefreshChangedValues();
     // Refreshes every widget from the stored values.
-    void RefreshAllValues();
+    virtual void RefreshAllValues();
     // Starts a drag of the selection as if pressed at the screen cursor; `duplicate` closes
     // the duplication's action at the release.
     void StartDrag(bool duplicate);

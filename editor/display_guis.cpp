@@ -1,0 +1,278 @@
+// The display block windows: the shared base with its picture window and tick, the scope, the
+// filter response and the output level.
+#include "editor/display_guis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <numbers>
+
+#include "blocks/analysers.h"
+#include "blocks/filters.h"
+#include "document/patch_records.h"
+#include "document/vrok_doc.h"
+#include "editor/vrok_doc_window.h"
+#include "engine/vrok_instance.h"
+#include "g/parameter_knob.h"
+#include "g/renderer.h"
+
+namespace editor {
+namespace {
+
+constexpr int kDisplayX = 2;
+constexpr int kDisplayWidth = kBlockWindowWidth - 4;
+constexpr int kScopeTarget = 303;
+constexpr G::Color kScopePen = 0xFF00FF00;
+constexpr G::Color kScopeFill = 0x5000FF00;
+constexpr double kLowestHz = 22.0;
+constexpr double kHighestHz = 22528.0;
+
+G::Color WithAlpha(G::Color c, uint32_t alpha) { return (c & 0x00FFFFFFu) | (alpha << 24); }
+
+// Black through dark green to black, top to bottom: the scope and meter face.
+G::Brush ScopeFace(float h) {
+    return G::Brush::Gradient({0, 0}, {0, h}, {{0.0f, 0xFF000000}, {0.5f, 0xFF002800}, {1.0f, 0xFF000000}});
+}
+
+}  // namespace
+
+// [SECTION] picture window
+
+DisplayBlockDisplayArea::DisplayBlockDisplayArea(DisplayBlockGui* ownerGui)
+    : G::Window(ownerGui), owner(ownerGui) {}
+
+bool DisplayBlockDisplayArea::OnDraw(G::Renderer& renderer, G::Rect) {
+    owner->DrawDisplay(renderer, 0, 0, bounds.w, bounds.h);
+    return true;
+}
+
+bool DisplayBlockDisplayArea::OnLeftDown(int x, int y) {
+    pressX = x;
+    pressY = y;
+    pressed = true;
+    ++presses;
+    SetFocus();
+    CaptureMouse();
+    owner->OnDisplayClick(0, 0, bounds.w, bounds.h, std::clamp(x, 0, bounds.w), std::clamp(y, 0, bounds.h));
+    owner->canvas->doc.ActionStart(nullptr);
+    return true;
+}
+
+bool DisplayBlockDisplayArea::OnLeftUp(int, int) {
+    if (!pressed) return true;
+    pressed = false;
+    owner->canvas->doc.ActionEnd(nullptr);
+    if (HasCapture()) ReleaseMouse();
+    return true;
+}
+
+bool DisplayBlockDisplayArea::OnMouseEnter(int, int) {
+    hover = true;
+    return true;
+}
+
+bool DisplayBlockDisplayArea::OnMouseLeave(int, int) {
+    hover = false;
+    return true;
+}
+
+// [SECTION] base
+
+DisplayBlockGui::DisplayBlockGui(VrokDocWindow* canvasWindow, PatchBlock* record, int height, bool tick)
+    : VrokBlockWindow(canvasWindow, record), ticking(tick), displayHeight(height) {}
+
+DisplayBlockGui::~DisplayBlockGui() {
+    if (ticking) RemoveTimerClient(this);
+}
+
+void DisplayBlockGui::BuildWidgets() {
+    VrokBlockWindow::BuildWidgets();
+    const int top = panelHeight;
+    area = new DisplayBlockDisplayArea(this);
+    area->SetBounds(kDisplayX, top, kDisplayWidth, displayHeight);
+    AddChild(area);
+    panelHeight = top + displayHeight + 3;
+    SetSize(kBlockWindowWidth, panelHeight);
+    if (ticking) AddTimerClient(this);
+}
+
+void DisplayBlockGui::OnTimer(int) {
+    VrokBlockWindow::OnTimer(1);
+    if (ticking && area) area->Invalidate(nullptr);
+}
+
+void DisplayBlockGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    renderer.FillRectOpen(G::Brush::Solid(G::theme::Palette(paleColorIndex)),
+                          G::FloatRect{float(x), float(y), float(w), float(h)});
+    renderer.StrokeRect(G::Pen{0xFF000000, 1.0f}, G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
+}
+
+// [SECTION] scope
+
+ScopeGui::ScopeGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 64, true) {}
+
+CScopeBlock* ScopeGui::Scope() const { return dynamic_cast<CScopeBlock*>(patchBlock->block); }
+
+int ScopeGui::TakeSamples(int w) {
+    CScopeBlock* scope = Scope();
+    if (!scope) return 0;
+    const int stride = std::max(1, scope->stride.load(std::memory_order_relaxed));
+    const int target = std::min(2 * w, kScopeTarget) * stride;
+    const int channelCount = scope->polyphonic.load(std::memory_order_relaxed) ? kMaxVoices : 1;
+    int live = 0;
+    float chunk[512];
+    for (int c = 0; c < kMaxVoices; ++c) {
+        Channel& channel = channels[c];
+        channel.live = false;
+        if (c >= channelCount) continue;
+        ScopeRing& ring = scope->rings[c];
+        if (ring.Available() > target && stride == 1) ring.SkipToNewest(target);
+        int got = 0;
+        while ((got = ring.Read(chunk, int(std::size(chunk)))) > 0) {
+            channel.live = true;
+            for (int i = 0; i < got; ++i) {
+                if (channel.phase++ % stride != 0) continue;
+                channel.ring[channel.write] = std::clamp(chunk[i], -1.0f, 1.0f);
+                channel.write = (channel.write + 1) % kRingLength;
+                channel.filled = std::min(channel.filled + 1, kRingLength);
+            }
+            channel.phase %= stride;
+        }
+        live += channel.live;
+    }
+    return live;
+}
+
+void ScopeGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    CScopeBlock* scope = Scope();
+    if (!scope) return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    renderer.FillRect(ScopeFace(float(h)), G::FloatRect{float(x), float(y), float(w), float(h)});
+    TakeSamples(w);
+    const bool sync = scope->sync.load(std::memory_order_relaxed);
+    if (scope->polyphonic.load(std::memory_order_relaxed)) {
+        for (int v = 0; v < kMaxVoices; ++v) {
+            if (!channels[v].live) continue;
+            const G::Color hue = G::HueColor(float(v) * 360.0f / float(kMaxVoices));
+            DrawChannel(renderer, channels[v], w, h, sync, hue, WithAlpha(hue, 0x50));
+        }
+    } else {
+        DrawChannel(renderer, channels[0], w, h, sync, kScopePen, kScopeFill);
+    }
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
+                        G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
+}
+
+void ScopeGui::DrawChannel(G::Renderer& renderer, const Channel& channel, int w, int h, bool sync,
+                           G::Color stroke, G::Color fill) {
+    if (w < 3) return;
+    const int count = w - 1;
+    // Oldest first: the newest 2w samples (silence where the ring is not yet filled).
+    const int span = std::min(2 * w, kRingLength);
+    float recent[2 * kRingLength];
+    for (int i = 0; i < span; ++i) {
+        const int back = span - i;
+        recent[i] =
+            back <= channel.filled ? channel.ring[(channel.write - back + kRingLength) % kRingLength] : 0.0f;
+    }
+    int start = span - count;
+    if (sync) {
+        start = span / 2;
+        for (int i = span / 2; i > 0; --i) {
+            if (recent[i - 1] < 0.0f && recent[i] >= 0.0f) {
+                start = i;
+                break;
+            }
+        }
+        start = std::min(start, span - count);
+    }
+    // Vertices sit on pixel centres, so a flat trace is one crisp row.
+    const float centre = float(h) / 2.0f;
+    const float scale = centre - 1.0f;
+    const float row = centre + 0.5f;
+    G::FloatPoint points[kRingLength + 2];
+    points[0] = G::FloatPoint{0.5f, row};
+    for (int i = 0; i < count; ++i)
+        points[i + 1] = G::FloatPoint{float(i) + 0.5f, row - recent[start + i] * scale};
+    points[count + 1] = G::FloatPoint{float(count) - 0.5f, row};
+    renderer.FillPolygon(G::Brush::Solid(fill), points, count + 2);
+    renderer.DrawPolyline(G::Pen{stroke, 1.0f}, points + 1, count);
+}
+
+// [SECTION] filter
+
+FilterGui::FilterGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 48, true) {}
+
+CFilterBlock* FilterGui::Filter() const { return dynamic_cast<CFilterBlock*>(patchBlock->block); }
+
+double FilterGui::ColumnHz(int c) {
+    return kLowestHz * std::pow(kHighestHz / kLowestHz, double(c) / double(kColumns));
+}
+
+double FilterGui::Magnitude(const float (&set)[5], double hz, double sampleRate) {
+    const double w = std::min(std::numbers::pi, 2.0 * std::numbers::pi * hz / sampleRate);
+    const std::complex<double> z1 = std::polar(1.0, -w);
+    const std::complex<double> z2 = z1 * z1;
+    const std::complex<double> num = double(set[0]) + double(set[1]) * z1 + double(set[2]) * z2;
+    const std::complex<double> den = 1.0 + double(set[3]) * z1 + double(set[4]) * z2;
+    return std::abs(den) > 0.0 ? std::abs(num) / std::abs(den) : 0.0;
+}
+
+void FilterGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    CFilterBlock* filter = Filter();
+    DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    if (!filter || w < 3 || h < 3) return;
+    if (filter->displayChanged.load(std::memory_order_relaxed)) {
+        filter->ReadSnapshots(sets);
+        haveSnapshot = true;
+    }
+    if (!haveSnapshot) return;
+    // Gain 1 sits at half height; resonant peaks above twice that are clipped.
+    const float scale = float(h - 2) / 2.0f;
+    const double rate = filter->sampleRate;
+    auto curve = [&](const float(&set)[5], G::FloatPoint* points) {
+        for (int c = 0; c <= kColumns; ++c) {
+            const float gain = float(Magnitude(set, ColumnHz(c), rate)) * scale;
+            points[c] = G::FloatPoint{float(x) + 1.0f + float(c) * float(w - 2) / float(kColumns),
+                                      float(y + h - 1) + 0.5f - std::clamp(gain, 0.0f, float(h - 2))};
+        }
+    };
+    G::FloatPoint points[kColumns + 3];
+    for (int v = 0; v < filter->engine->numVoices && v < kMaxVoices; ++v) {
+        if (!filter->active[v] || std::equal(sets[v], sets[v] + 5, sets[CFilterBlock::kReference])) continue;
+        curve(sets[v], points);
+        renderer.DrawPolyline(G::Pen{WithAlpha(G::HueColor(float(v) * 360.0f / kMaxVoices), 100), 1.0f},
+                              points, kColumns + 1);
+    }
+    curve(sets[CFilterBlock::kReference], points);
+    points[kColumns + 1] = G::FloatPoint{float(x + w - 1), float(y + h - 1)};
+    points[kColumns + 2] = G::FloatPoint{float(x + 1), float(y + h - 1)};
+    const G::Color pale = G::theme::Palette(paleColorIndex);
+    renderer.FillPolygon(G::Brush::Solid(WithAlpha(G::Brighten(pale, 20), 0x8C)), points, kColumns + 3);
+    renderer.DrawPolyline(G::Pen{0xFF000000, 1.0f}, points, kColumns + 1);
+}
+
+// [SECTION] output level
+
+OutputGui::OutputGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 10, true) {}
+
+void OutputGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    CAudioBlock* block = patchBlock->block;
+    if (!block) return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    const float level = std::clamp(block->GetLevel(), 0.0f, 1.0f);
+    const float fw = float(w);
+    const G::FloatRect all{float(x), float(y), fw, float(h)};
+    // The dark brush under the whole bar, the bright one up to the level; both run green to
+    // red over twice the width, so only the loudest levels turn orange.
+    renderer.FillRect(G::Brush::Gradient({float(x), 0}, {float(x) + 2 * fw, 0},
+                                         {{0.0f, 0xFF003000}, {0.5f, 0xFF303000}, {1.0f, 0xFF300000}}),
+                      all);
+    renderer.FillRect(G::Brush::Gradient({float(x), 0}, {float(x) + 2 * fw, 0},
+                                         {{0.0f, 0xFF00E000}, {0.5f, 0xFFE0E000}, {1.0f, 0xFFE00000}}),
+                      G::FloatRect{float(x), float(y), fw * level, float(h)});
+    renderer.StrokeRect(G::Pen{0xFF000000, 1.0f}, G::FloatRect{x + 0.5f, y + 0.5f, fw - 1.0f, h - 1.0f});
+}
+
+}  // namespace editor

@@ -1,0 +1,118 @@
+// Block windows with a live picture below their parameters: the scope's trace, the filter's
+// response and the output's level. The picture is redrawn on the canvas's 25 ms tick from what
+// the block captured, read without a lock (single-writer rings, flags, atomic values); nothing
+// is read or drawn while no editor is open. GUI thread.
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "editor/vrok_block_window.h"
+#include "engine/audio_block.h"
+
+class CScopeBlock;
+class CFilterBlock;
+
+namespace editor {
+
+class DisplayBlockGui;
+
+// The picture's window: draws through its owner and turns presses into display clicks.
+class DisplayBlockDisplayArea : public G::Window {
+public:
+    explicit DisplayBlockDisplayArea(DisplayBlockGui* owner);
+
+    bool OnDraw(G::Renderer& renderer, G::Rect clip) override;
+    bool OnLeftDown(int x, int y) override;
+    bool OnLeftUp(int x, int y) override;
+    bool OnMouseEnter(int x, int y) override;
+    bool OnMouseLeave(int x, int y) override;
+
+    DisplayBlockGui* owner;
+    bool hover = false;
+    int presses = 0;
+    bool pressed = false;
+    int pressX = 0, pressY = 0;
+};
+
+class DisplayBlockGui : public VrokBlockWindow {
+public:
+    DisplayBlockGui(VrokDocWindow* canvas, PatchBlock* patchBlock, int displayHeight, bool ticking);
+    ~DisplayBlockGui() override;
+
+    // Base picture: the pale panel colour framed in black. A block without an audio object
+    // shows only this.
+    virtual void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h);
+    // A press on the picture, clamped to it.
+    virtual void OnDisplayClick(int x, int y, int w, int h, int clickX, int clickY) {}
+    void OnTimer(int id) override;
+
+    DisplayBlockDisplayArea* area = nullptr;
+    bool ticking;
+
+protected:
+    void BuildWidgets() override;
+
+private:
+    int displayHeight;
+};
+
+// The scope's trace: per channel a ring of the block's samples taken one per decimation
+// step, drawn as a filled curve about the centre line, optionally started at an upward
+// crossing. Polyphonic mode draws each sounding voice in its own hue.
+class ScopeGui : public DisplayBlockGui {
+public:
+    static constexpr int kRingLength = 1024;
+
+    ScopeGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+
+    // Takes what the block's rings hold into the display rings. Returns the channels that
+    // received samples.
+    int TakeSamples(int w);
+
+    struct Channel {
+        std::array<float, kRingLength> ring{};
+        int write = 0;
+        int filled = 0;
+        int phase = 0;  // samples into the current decimation step
+        bool live = false;
+    };
+    std::array<Channel, kMaxVoices> channels;
+
+private:
+    void DrawChannel(G::Renderer& renderer, const Channel& channel, int w, int h, bool sync, G::Color stroke,
+                     G::Color fill);
+    CScopeBlock* Scope() const;
+};
+
+// The magnitude response of the filter from the coefficients the audio runs on: the design of
+// the knobs filled, and a thin curve for each voice that is modulated away from it.
+class FilterGui : public DisplayBlockGui {
+public:
+    static constexpr int kColumns = 64;
+
+    FilterGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+
+    // Frequency of curve column `c` (0..kColumns) on a log axis over the cutoff knob's range.
+    static double ColumnHz(int c);
+    // |H| of one section {b0 b1 b2 a1 a2} at `hz`.
+    static double Magnitude(const float (&set)[5], double hz, double sampleRate);
+
+    float sets[kMaxVoices + 1][5] = {};
+    bool haveSnapshot = false;
+
+private:
+    CFilterBlock* Filter() const;
+};
+
+// The output's level as a bar, green to red over twice the width so that normal levels stay
+// green.
+class OutputGui : public DisplayBlockGui {
+public:
+    OutputGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+};
+
+}  // namespace editor

@@ -1,0 +1,153 @@
+// The sampler and arpeggiator block windows.
+#include "editor/player_guis.h"
+
+#include <algorithm>
+
+#include "blocks/sampler.h"
+#include "document/patch_records.h"
+#include "document/vrok_doc.h"
+#include "editor/vrok_doc_window.h"
+#include "fx/arpeggiator.h"
+#include "g/button.h"
+#include "g/renderer.h"
+#include "g/root_control.h"
+
+namespace editor {
+namespace {
+
+constexpr int kFirstStepParameter = 4;
+constexpr int kBoxPitch = 11;
+constexpr int kBoxSize = 9;
+constexpr G::Color kBoxPen = 0xFFB2B2B2;
+
+}  // namespace
+
+// [SECTION] sampler
+
+void SimpleSamplerGui::BuildWidgets() {
+    VrokBlockWindow::BuildWidgets();
+    const int top = panelHeight;
+    auto* button = new G::CustomButton(this, this, kLoadButtonId, L"load sample");
+    button->SetBounds(2, top, kBlockWindowWidth - 4, kRowHeight);
+    AddChild(button);
+    nameY = top + kRowHeight + 1;
+    panelHeight = nameY + kRowHeight + 1;
+    SetSize(kBlockWindowWidth, panelHeight);
+}
+
+bool SimpleSamplerGui::OnDraw(G::Renderer& renderer, G::Rect clip) {
+    VrokBlockWindow::OnDraw(renderer, clip);
+    const std::string name = SampleName();
+    renderer.DrawText(std::string_view("Sample: " + (name.empty() ? std::string("none") : name)),
+                      G::Rect{3, nameY, bounds.w - 6, kRowHeight}, G::theme::NormalFont(), G::TextAlign{0, 1},
+                      0xFF000000);
+    return true;
+}
+
+std::string SimpleSamplerGui::SampleName() const {
+    auto* player = dynamic_cast<CSimpleSamplerBlock*>(patchBlock->block);
+    auto* sample = player ? dynamic_cast<SampleContainer*>(player->sample) : nullptr;
+    return sample ? sample->sampleName : std::string();
+}
+
+void SimpleSamplerGui::OnCommand(int id) {
+    if (id != kLoadButtonId) return VrokBlockWindow::OnCommand(id);
+    G::NativeWindow* native = canvas->Native();
+    if (!native) return;
+    G::FileDialogRequest request;
+    request.title = "Load..";
+    request.filterLabel = "Sample files";
+    request.extensions = {".wav", ".aif", ".aiff", ".flac", ".ogg"};
+    std::string path;
+    if (native->OpenFileDialog(request, path) && !path.empty()) LoadSample(path);
+}
+
+bool SimpleSamplerGui::LoadSample(const std::string& path) {
+    VrokDoc& doc = canvas->doc;
+    SampleContainer* sample = doc.LoadSampleInto(patchBlock, path);
+    if (!sample) return false;
+    if (!sample->problems.empty()) {
+        std::string text = "Cannot load " + path;
+        text += ":\r" + sample->problems.front();
+        // The load was one undo step: taking it back restores the old frames and link.
+        doc.Undo();
+        if (G::NativeWindow* native = canvas->Native())
+            native->ShowMessageBox(text + "\rThe sampler is unchanged.", "Load..", G::MessageBoxKind::Ok);
+        Invalidate(nullptr);
+        return false;
+    }
+    canvas->CountChange();
+    Invalidate(nullptr);
+    return true;
+}
+
+// [SECTION] arpeggiator
+
+ArpTickerDisplay::ArpTickerDisplay(ArpGui* ownerGui) : G::Window(ownerGui), owner(ownerGui) {}
+
+int ArpTickerDisplay::StepAt(int x) const {
+    const int step = x / kBoxPitch;
+    return x >= 0 && step < kArpSteps && x % kBoxPitch < kBoxSize ? step : -1;
+}
+
+bool ArpTickerDisplay::OnDraw(G::Renderer& renderer, G::Rect) {
+    owner->PaintBackground(renderer, G::Rect{0, 0, bounds.w, bounds.h});
+    renderer.FillRect(G::Brush::Solid(G::theme::Palette(owner->paleColorIndex)),
+                      G::FloatRect{0, 0, float(bounds.w), float(bounds.h)});
+    CAudioBlock* block = owner->patchBlock->block;
+    if (!block) return true;
+    shownStep = owner->CurrentStep();
+    const G::Color fill = G::theme::Palette(owner->strongColorIndex);
+    for (int i = 0; i < kArpSteps; ++i) {
+        const float x = float(i * kBoxPitch);
+        const G::FloatRect box{x + 0.5f, 0.5f, kBoxSize - 1.0f, kBoxSize - 1.0f};
+        if (i == shownStep) renderer.FillRect(G::Brush::Solid(fill), G::FloatRect{x, 0, kBoxSize, kBoxSize});
+        renderer.StrokeRect(G::Pen{kBoxPen, 1.0f}, box);
+        // A switched-on step carries a dot, so the pattern reads at a glance.
+        if (block->values[kFirstStepParameter + i] >= 0.5f)
+            renderer.FillRect(G::Brush::Solid(0xFF000000), G::FloatRect{x + 3, 3, 3, 3});
+    }
+    return true;
+}
+
+bool ArpTickerDisplay::OnLeftDown(int x, int) {
+    if (const int step = StepAt(x); step >= 0) owner->ToggleStep(step);
+    return true;
+}
+
+ArpGui::~ArpGui() { RemoveTimerClient(this); }
+
+void ArpGui::BuildWidgets() {
+    VrokBlockWindow::BuildWidgets();
+    if (!dynamic_cast<CGlobalArpeggioBlock*>(patchBlock->block)) return;
+    const int top = panelHeight;
+    ticker = new ArpTickerDisplay(this);
+    ticker->SetBounds(2, top + 1, kArpSteps * kBoxPitch, kBoxSize);
+    AddChild(ticker);
+    panelHeight = top + kBoxSize + 4;
+    SetSize(kBlockWindowWidth, panelHeight);
+    AddTimerClient(this);
+}
+
+int ArpGui::CurrentStep() const {
+    auto* arp = dynamic_cast<CGlobalArpeggioBlock*>(patchBlock->block);
+    if (!arp || arp->arpMode.load(std::memory_order_relaxed) == CGlobalArpeggioBlock::kOff) return -1;
+    return arp->stepIndex.load(std::memory_order_relaxed);
+}
+
+void ArpGui::OnTimer(int) {
+    if (ticker && CurrentStep() != ticker->shownStep) ticker->Invalidate(nullptr);
+}
+
+void ArpGui::ToggleStep(int step) {
+    CAudioBlock* block = patchBlock->block;
+    if (!block || step < 0 || step >= kArpSteps) return;
+    const int index = kFirstStepParameter + step;
+    canvas->doc.ActionStart(nullptr);
+    ValueChanged(nullptr, index, block->values[index] >= 0.5f ? 0.0f : 1.0f);
+    canvas->doc.ActionEnd(nullptr);
+    RefreshAllValues();
+    ticker->Invalidate(nullptr);
+}
+
+}  // namespace editor

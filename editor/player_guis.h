@@ -1,0 +1,66 @@
+// Block windows of the players: the sampler with its "load sample" button and the name of
+// what it plays, and the arpeggiator with a ticker of its pattern steps that follows the step
+// being played and switches a step on or off with a click. GUI thread.
+#pragma once
+
+#include <string>
+
+#include "editor/vrok_block_window.h"
+
+namespace editor {
+
+class SimpleSamplerGui : public VrokBlockWindow {
+public:
+    static constexpr int kLoadButtonId = 9100;
+
+    using VrokBlockWindow::VrokBlockWindow;
+
+    bool OnDraw(G::Renderer& renderer, G::Rect clip) override;
+    void OnCommand(int id) override;
+    // Loads the file into the sampler as one undo step. A file that cannot be read is
+    // refused with a message and leaves the sampler as it was. Returns whether it loaded.
+    bool LoadSample(const std::string& path);
+    // The name of the sample the block plays, or empty.
+    std::string SampleName() const;
+
+protected:
+    void BuildWidgets() override;
+
+private:
+    int nameY = 0;
+};
+
+class ArpGui;
+
+// One box per pattern step, 11 pixels apart and 9 wide: steps switched on are ticked, the
+// step being played is filled. Redrawn on the tick while the step moves.
+class ArpTickerDisplay : public G::Window {
+public:
+    explicit ArpTickerDisplay(ArpGui* owner);
+
+    bool OnDraw(G::Renderer& renderer, G::Rect clip) override;
+    bool OnLeftDown(int x, int y) override;
+    // The step under `x`, or -1.
+    int StepAt(int x) const;
+
+    ArpGui* owner;
+    int shownStep = -1;
+};
+
+class ArpGui : public VrokBlockWindow {
+public:
+    using VrokBlockWindow::VrokBlockWindow;
+    ~ArpGui() override;
+
+    void OnTimer(int id) override;
+    // Switches step `step` on or off as one undo step.
+    void ToggleStep(int step);
+    int CurrentStep() const;
+
+    ArpTickerDisplay* ticker = nullptr;
+
+protected:
+    void BuildWidgets() override;
+};
+
+}  // namespace editor

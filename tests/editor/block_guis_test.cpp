@@ -1,0 +1,311 @@
+// The block windows with GUIs of their own: curve strokes, cycles and buttons writing the
+// block's point parameters as single undo steps; the sampler's load through the file dialog
+// and a refused file; the arpeggiator's step boxes; and the display pictures checked at pixels
+// from known captured data (scope, filter response, output level).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <numbers>
+
+#include "blocks/analysers.h"
+#include "blocks/envelopes.h"
+#include "blocks/filters.h"
+#include "blocks/outputs.h"
+#include "blocks/sampler.h"
+#include "blocks/shapers.h"
+#include "editor/curve_editors.h"
+#include "editor/display_guis.h"
+#include "editor/player_guis.h"
+#include "editor_fixture.h"
+#include "fx/arpeggiator.h"
+#include "g/keys.h"
+#include "g/widget_probes.h"
+#include "sound_files.h"
+
+using namespace editortest;
+using gtest_support::PixelOf;
+
+namespace {
+
+// The area's top-left corner in canvas coordinates.
+G::Rect AreaOnCanvas(editor::VrokBlockWindow* w, G::Control* area) {
+    return G::Rect{w->bounds.x + area->bounds.x, w->bounds.y + area->bounds.y, area->bounds.w,
+                   area->bounds.h};
+}
+
+void RightDrag(Editor& e, int x0, int y0, int x1, int y1) {
+    e.Move(x0, y0);
+    e.native->Send(NativeEventKind::RightDown, x0, y0 + kTop);
+    e.Move((x0 + x1) / 2, (y0 + y1) / 2);
+    e.Move(x1, y1);
+    e.native->Send(NativeEventKind::RightUp, x1, y1 + kTop);
+}
+
+std::vector<float> Points(const PatchBlock* b, int first, int count) {
+    return std::vector<float>(b->block->values.begin() + first, b->block->values.begin() + first + count);
+}
+
+struct WaveshaperSetup {
+    Editor e;
+    PatchBlock* block = e.AddFromMenu("Modify/Waveshaper", 60, 60);
+    editor::WaveshaperGui* gui = dynamic_cast<editor::WaveshaperGui*>(e.WindowOf(block));
+    G::Rect area = gui ? AreaOnCanvas(gui, gui->area) : G::Rect{};
+};
+
+TEST(CurveEditors, AStrokeDrawsAStraightLineClampedAtTheAreaEdgesAsOneUndoStep) {
+    WaveshaperSetup s;
+    ASSERT_NE(s.gui, nullptr);
+    ASSERT_EQ(s.area.w, 128);
+    const std::vector<float> before = Points(s.block, 2, 128);
+    const size_t steps = UndoSteps(s.e.doc);
+    // Pressed inside, then above the top at column 10, on to below the bottom at column 40.
+    s.e.Down(s.area.x + 10, s.area.y + 1);
+    s.e.Move(s.area.x + 10, s.area.y - 30);
+    s.e.Move(s.area.x + 25, s.area.y + s.area.h / 2);
+    s.e.Move(s.area.x + 40, s.area.y + s.area.h + 30);
+    s.e.Up(s.area.x + 40, s.area.y + s.area.h + 30);
+    const std::vector<float> after = Points(s.block, 2, 128);
+    EXPECT_FLOAT_EQ(after[10], 1.0f);
+    EXPECT_FLOAT_EQ(after[40], 0.0f);
+    for (int i = 10; i <= 40; ++i) EXPECT_LE(after[i], after[std::max(10, i - 1)] + 1e-6f) << i;
+    EXPECT_NEAR(after[25], 0.5f, 0.02f);
+    EXPECT_EQ(after[9], before[9]);
+    EXPECT_EQ(after[41], before[41]);
+    // The audio's table follows the parameters: point 40 at 0 is an output of -1.
+    EXPECT_FLOAT_EQ(static_cast<CWaveShaper*>(s.block->block)->shapeTable[40], -1.0f);
+    EXPECT_EQ(UndoSteps(s.e.doc), steps + 1);
+    s.e.doc.Undo();
+    const std::vector<float> undone = Points(s.block, 2, 128);
+    for (int i = 0; i < 128; ++i) EXPECT_NEAR(undone[i], before[i], 1e-5f) << i;
+}
+
+TEST(CurveEditors, ShiftDragOverTheWholeAreaRestoresTheStraightLine) {
+    WaveshaperSetup s;
+    ASSERT_NE(s.gui, nullptr);
+    s.gui->OnCommand(editor::CurveBlockGui::kFirstButtonId + editor::CurveBlockGui::kInvert);
+    EXPECT_NEAR(s.block->block->values[2], 1.0f, 1e-6f);
+    const size_t steps = UndoSteps(s.e.doc);
+    G::SetCurrentModifiers(G::kShiftDown);
+    s.e.Down(s.area.x + 1, s.area.y + 5, G::kShiftDown);
+    s.e.Move(s.area.x - 20, s.area.y + 5, G::kShiftDown);
+    for (int x = 0; x <= s.area.w + 20; x += 16) s.e.Move(s.area.x + x, s.area.y + 5, G::kShiftDown);
+    s.e.Up(s.area.x + s.area.w + 20, s.area.y + 5, G::kShiftDown);
+    G::SetCurrentModifiers(0);
+    const std::vector<float> after = Points(s.block, 2, 128);
+    for (int i = 0; i < 128; ++i) EXPECT_NEAR(after[i], float(i) / 128.0f, 0.01f) << i;
+    EXPECT_EQ(UndoSteps(s.e.doc), steps + 1);
+}
+
+TEST(CurveEditors, RightDragCyclesSidewaysAndAWholeTurnOrNoMovementChangesNothing) {
+    WaveshaperSetup s;
+    ASSERT_NE(s.gui, nullptr);
+    const std::vector<float> line = Points(s.block, 2, 128);
+    const int y = s.area.y + 20;
+    const size_t steps = UndoSteps(s.e.doc);
+    RightDrag(s.e, s.area.x + 5, y, s.area.x + 5, y);
+    EXPECT_EQ(UndoSteps(s.e.doc), steps) << "no movement writes nothing";
+
+    RightDrag(s.e, s.area.x, y, s.area.x + 10, y);
+    const std::vector<float> moved = Points(s.block, 2, 128);
+    for (int i = 0; i < 128; ++i) EXPECT_FLOAT_EQ(moved[i], line[(i - 10 + 128) % 128]) << i;
+    EXPECT_EQ(UndoSteps(s.e.doc), steps + 1);
+
+    // Back by ten in two moves, then a whole turn: the line again.
+    RightDrag(s.e, s.area.x + 10, y, s.area.x, y);
+    RightDrag(s.e, s.area.x + 128, y, s.area.x, y);
+    const std::vector<float> back = Points(s.block, 2, 128);
+    for (int i = 0; i < 128; ++i) EXPECT_FLOAT_EQ(back[i], line[i]) << i;
+
+    // Lifting by 64 pixels adds a half and wraps through the top.
+    RightDrag(s.e, s.area.x + 5, s.area.y + 70, s.area.x + 5, s.area.y + 6);
+    const std::vector<float> lifted = Points(s.block, 2, 128);
+    EXPECT_NEAR(lifted[0], line[0] + 0.5f, 1e-5f);
+    EXPECT_NEAR(lifted[127], line[127] - 0.5f, 1e-5f);
+}
+
+TEST(CurveEditors, ButtonsReshapeTheEnvelopeInOneStepEach) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Control/Custom Envelope", 60, 60);
+    auto* gui = dynamic_cast<editor::CustomEnvBlockGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* env = static_cast<CCustomEnvelopeBlock*>(b->block);
+    using Gui = editor::CurveBlockGui;
+    struct Case {
+        Gui::Button button;
+        float first, last;  // curve outputs (-1..1) at the ends afterwards
+    };
+    // From the reset fall: 1 -> 0; inverted -1 -> 0; flipped back 0 -> -1; smoothing keeps ends.
+    const Case cases[] = {{Gui::kReset, 1.0f, 0.0f},
+                          {Gui::kInvert, -1.0f, 0.0f},
+                          {Gui::kFlip, 0.0f, -1.0f},
+                          {Gui::kSmooth, 0.0f, -1.0f}};
+    for (const Case& c : cases) {
+        const size_t steps = UndoSteps(e.doc);
+        gui->OnCommand(Gui::kFirstButtonId + c.button);
+        EXPECT_EQ(UndoSteps(e.doc), steps + 1) << c.button;
+        EXPECT_NEAR(env->curve[0], c.first, 1e-5f) << c.button;
+        EXPECT_NEAR(env->curve[191], c.last, 1e-5f) << c.button;
+    }
+    // The envelope's area maps its 192 points over 128 pixels: a stroke reaches the last one.
+    const G::Rect area = AreaOnCanvas(gui, gui->area);
+    e.Drag(area.x + area.w - 3, area.y, area.x + area.w + 10, area.y);
+    EXPECT_FLOAT_EQ(b->block->values[4 + 191], 1.0f);
+}
+
+// [SECTION] players
+
+TEST(PlayerGuis, SamplerLoadsThroughTheDialogAndRefusesAFileItCannotRead) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Generate/Simple Sampler", 60, 60);
+    auto* gui = dynamic_cast<editor::SimpleSamplerGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    const auto dir = std::filesystem::temp_directory_path() / "vrok-gui-test";
+    std::filesystem::create_directories(dir);
+    const std::string wav = (dir / "tone.wav").string();
+    std::vector<float> tone(4410);
+    for (size_t i = 0; i < tone.size(); ++i) tone[i] = 0.5f * float(std::sin(0.06 * double(i)));
+    ASSERT_TRUE(soundfiles::Write(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 44100, 1, tone));
+    e.native->dialogPath = wav;
+    gui->OnCommand(editor::SimpleSamplerGui::kLoadButtonId);
+    ASSERT_EQ(e.native->dialogs.size(), 1u);
+    EXPECT_EQ(e.native->dialogs[0], "Load..");
+    EXPECT_EQ(gui->SampleName(), "tone");
+    const size_t steps = UndoSteps(e.doc);
+
+    const std::string junk = (dir / "notes.wav").string();
+    std::ofstream(junk) << "not a sound";
+    e.native->dialogPath = junk;
+    gui->OnCommand(editor::SimpleSamplerGui::kLoadButtonId);
+    ASSERT_EQ(e.native->messages.size(), 1u);
+    EXPECT_NE(e.native->messages[0].find("notes.wav"), std::string::npos) << e.native->messages[0];
+    EXPECT_EQ(gui->SampleName(), "tone");
+    auto* sample = dynamic_cast<SampleContainer*>(static_cast<CSimpleSamplerBlock*>(b->block)->sample);
+    ASSERT_NE(sample, nullptr);
+    EXPECT_EQ(sample->Frames().size(), tone.size()) << "the refused file left the frames";
+    EXPECT_EQ(UndoSteps(e.doc), steps);
+}
+
+TEST(PlayerGuis, ArpeggiatorBoxesSwitchStepsAndFollowThePlayedStep) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Output/Arpeggiator", 60, 60);
+    auto* gui = dynamic_cast<editor::ArpGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    ASSERT_NE(gui->ticker, nullptr);
+    auto* arp = static_cast<CGlobalArpeggioBlock*>(b->block);
+    const G::Rect ticker = AreaOnCanvas(gui, gui->ticker);
+    const size_t steps = UndoSteps(e.doc);
+    e.Click(ticker.x + 3 * 11 + 4, ticker.y + 4);
+    EXPECT_FLOAT_EQ(b->block->values[4 + 3], 0.0f);
+    EXPECT_FALSE(arp->stepOn[3].load());
+    EXPECT_EQ(UndoSteps(e.doc), steps + 1);
+    e.Click(ticker.x + 3 * 11 + 10, ticker.y + 4);  // the gap between boxes
+    EXPECT_EQ(UndoSteps(e.doc), steps + 1);
+
+    arp->stepIndex.store(5);
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    const uint32_t strong = G::theme::Palette(gui->strongColorIndex) & 0xFFFFFF;
+    EXPECT_EQ(PixelOf(*gui->ticker, 5 * 11 + 2, 6), strong);
+    EXPECT_NE(PixelOf(*gui->ticker, 4 * 11 + 2, 6), strong);
+}
+
+// [SECTION] displays
+
+uint32_t Green(uint32_t rgb) { return (rgb >> 8) & 0xFF; }
+
+TEST(DisplayGuis, ScopeDrawsTheCentreLineOnSilenceAndTheCrestsOfASine) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Analyse/Scope", 60, 60);
+    auto* gui = dynamic_cast<editor::ScopeGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* scope = static_cast<CScopeBlock*>(b->block);
+    gui->ValueChanged(nullptr, 1, 0.0f);  // one channel: the mix
+    const int w = gui->area->bounds.w;
+    const int h = gui->area->bounds.h;
+    std::vector<float> silence(400, 0.0f);
+    scope->rings[0].Write(silence.data(), 1.0f, int(silence.size()));
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    const int mid = h / 2;
+    for (int x = 10; x < w - 10; x += 17) {
+        EXPECT_GT(Green(PixelOf(*gui->area, x, mid)), 0xC0u) << x;
+        EXPECT_LT(Green(PixelOf(*gui->area, x, mid - 6)), 0x40u) << x;
+    }
+    // A sine of period 64 at full scale: crests touch row 1, troughs row h - 2.
+    std::vector<float> sine(400);
+    for (size_t i = 0; i < sine.size(); ++i)
+        sine[i] = float(std::sin(2.0 * std::numbers::pi * double(i) / 64.0));
+    scope->rings[0].Write(sine.data(), 1.0f, int(sine.size()));
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    int top = h, bottom = 0;
+    for (int y = 0; y < h; ++y)
+        for (int x = 2; x < w - 2; ++x)
+            if (Green(PixelOf(*gui->area, x, y)) > 0xC0) top = std::min(top, y), bottom = std::max(bottom, y);
+    EXPECT_LE(top, 2);
+    EXPECT_GE(bottom, h - 3);
+}
+
+// The gain a sine of `hz` gets through a copy of `record`, measured after it settles.
+double MeasuredGain(BiquadRecord record, double hz, double rate) {
+    record.ClearState();
+    double peak = 0.0;
+    for (int i = 0; i < int(rate); ++i) {
+        const float y = record.Tick(float(std::sin(2.0 * std::numbers::pi * hz * i / rate)));
+        if (i > int(rate) / 2) peak = std::max(peak, double(std::fabs(y)));
+    }
+    return peak;
+}
+
+TEST(DisplayGuis, FilterCurveFollowsTheGainTheAudioHasAcrossTheCutoff) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Modify/Filter", 60, 60);
+    auto* gui = dynamic_cast<editor::FilterGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* filter = static_cast<CFilterBlock*>(b->block);
+    const int w = gui->area->bounds.w;
+    const int h = gui->area->bounds.h;
+    // The black stroke's topmost pixel in a column, above the frame.
+    auto curveY = [&](int column) {
+        for (int y = 1; y < h - 1; ++y)
+            if ((PixelOf(*gui->area, column, y) & 0xFFFFFF) < 0x808080) return y;
+        return -1;
+    };
+    struct Case {
+        float type;  // the "Type" value: low-pass or high-pass
+        double hz;
+    };
+    const double cutoff = FilterCutoffHz(0.5f);  // 704 Hz
+    const Case cases[] = {{0.0f, 60.0},  {0.0f, cutoff}, {0.0f, 1400.0},
+                          {0.3f, 200.0}, {0.3f, cutoff}, {0.3f, 5000.0}};
+    for (const Case& c : cases) {
+        gui->ValueChanged(nullptr, 2, c.type);
+        gui->ValueChanged(nullptr, 0, 0.5f);
+        e.native->Send(NativeEventKind::Timer, 1, 0);
+        e.Paint();
+        // The column of `hz` on the display's log axis, and where the audio's gain puts it.
+        const double column = 64.0 * std::log(c.hz / 22.0) / std::log(22528.0 / 22.0);
+        const int x = int(std::lround(1.0 + column * double(w - 2) / 64.0));
+        const double gain = MeasuredGain(filter->records[CFilterBlock::kReference], c.hz, filter->sampleRate);
+        const double expectedY = double(h - 1) - std::min(gain * double(h - 2) / 2.0, double(h - 2));
+        EXPECT_NEAR(curveY(x), expectedY, 2.0) << "type " << c.type << " at " << c.hz << " Hz, gain " << gain;
+    }
+}
+
+TEST(DisplayGuis, OutputBarEndsAtTheLevel) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Output/Output", 60, 60);
+    auto* gui = dynamic_cast<editor::OutputGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    static_cast<COutputBlock*>(b->block)->meterLevel.store(0.5f);
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    const int w = gui->area->bounds.w;
+    const int y = gui->area->bounds.h / 2;
+    EXPECT_GT(Green(PixelOf(*gui->area, w / 2 - 4, y)), 0xA0u);
+    EXPECT_LT(Green(PixelOf(*gui->area, w / 2 + 4, y)), 0x60u);
+}
+
+}  // namespace
