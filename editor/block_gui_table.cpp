@@ -27,7 +27,10 @@ VrokBlockWindow* Make(VrokDocWindow* canvas, PatchBlock* patchBlock) {
 constexpr GuiRow kBlockGuis[] = {
     {0, Make<OutputGui>},           // Output
     {1, Make<FilterGui>},           // Filter
+    {2, Make<EnvGui>},              // Envelope
     {5, Make<ScopeGui>},            // Scope
+    {9, Make<LargeScopeGui>},       // Large Scope
+    {12, Make<VuMeterGui>},         // VU-meter
     {23, Make<CustomEnvBlockGui>},  // Custom Envelope
     {24, Make<WaveshaperGui>},      // Waveshaper
     {25, Make<OutputGui>},          // Output with panning

@@ -8,6 +8,7 @@
 #include <numbers>
 
 #include "blocks/analysers.h"
+#include "blocks/envelopes.h"
 #include "blocks/filters.h"
 #include "document/patch_records.h"
 #include "document/vrok_doc.h"
@@ -273,6 +274,101 @@ void OutputGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
                                          {{0.0f, 0xFF00E000}, {0.5f, 0xFFE0E000}, {1.0f, 0xFFE00000}}),
                       G::FloatRect{float(x), float(y), fw * level, float(h)});
     renderer.StrokeRect(G::Pen{0xFF000000, 1.0f}, G::FloatRect{x + 0.5f, y + 0.5f, fw - 1.0f, h - 1.0f});
+}
+
+// [SECTION] VU meter
+
+VuMeterGui::VuMeterGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 12, true) {}
+
+float VuMeterGui::BarLength(float level, int w) {
+    if (!(level > 0.0f)) return 0.0f;
+    const float db = 20.0f * std::log10(level);
+    return float(w) * std::clamp((db - kFloorDb) / (kCeilingDb - kFloorDb), 0.0f, 1.0f);
+}
+
+void VuMeterGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    auto* vu = dynamic_cast<CVuBlock*>(patchBlock->block);
+    if (!vu) return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    const float fw = float(w);
+    renderer.FillRect(ScopeFace(float(h)), G::FloatRect{float(x), float(y), fw, float(h)});
+    const float length = BarLength(vu->displayMeter.load(std::memory_order_relaxed), w);
+    renderer.FillRect(G::Brush::Gradient({float(x), 0}, {float(x) + fw, 0},
+                                         {{0.0f, 0xFF00C000}, {0.8f, 0xFFE0E000}, {1.0f, 0xFFE00000}}),
+                      G::FloatRect{float(x), float(y) + 2, length, float(h) - 4});
+    const float zero = BarLength(1.0f, w);
+    renderer.DrawLine(G::Pen{0xFFFFFFFF, 1.0f}, float(x) + zero + 0.5f, float(y), float(x) + zero + 0.5f, float(y + h));
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f}, G::FloatRect{x + 0.5f, y + 0.5f, fw - 1.0f, h - 1.0f});
+}
+
+// [SECTION] large scope
+
+LargeScopeGui::LargeScopeGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 96, true) {}
+
+void LargeScopeGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    auto* scope = dynamic_cast<CLargeScopeBlock*>(patchBlock->block);
+    if (!scope) return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    renderer.FillRect(ScopeFace(float(h)), G::FloatRect{float(x), float(y), float(w), float(h)});
+    float row[kMaxFrames];
+    const int n = scope->display.Read(row);
+    if (w >= 3) {
+        const float row0 = float(y) + float(h) / 2.0f + 0.5f;
+        const float scale = float(h) / 2.0f - 1.0f;
+        G::FloatPoint points[kBlockWindowWidth];
+        const int count = std::min(w - 1, kBlockWindowWidth);
+        for (int i = 0; i < count; ++i) {
+            const float s = n > 0 ? std::clamp(row[int64_t(i) * n / count], -1.0f, 1.0f) : 0.0f;
+            points[i] = G::FloatPoint{float(x + i) + 0.5f, row0 - s * scale};
+        }
+        renderer.DrawPolyline(G::Pen{kScopePen, 1.0f}, points, count);
+    }
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f}, G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
+}
+
+// [SECTION] envelope
+
+EnvGui::EnvGui(VrokDocWindow* canvasWindow, PatchBlock* record) : DisplayBlockGui(canvasWindow, record, 40, true) {}
+
+std::array<G::FloatPoint, 5> EnvGui::Shape(int w, int h) const {
+    const std::vector<float>& v = patchBlock->block->values;
+    const float stage = float(w - 3) / 4.0f;
+    const float top = 1.5f;
+    const float bottom = float(h) - 1.5f;
+    const float sustainY = bottom - std::clamp(v[2], 0.0f, 1.0f) * (bottom - top);
+    const float attackX = 1.5f + std::clamp(v[0], 0.0f, 1.0f) * stage;
+    const float decayX = attackX + std::clamp(v[1], 0.0f, 1.0f) * stage;
+    const float sustainX = decayX + stage;
+    const float releaseX = sustainX + std::clamp(v[3], 0.0f, 1.0f) * stage;
+    return {G::FloatPoint{1.5f, bottom}, G::FloatPoint{attackX, top}, G::FloatPoint{decayX, sustainY},
+            G::FloatPoint{sustainX, sustainY}, G::FloatPoint{releaseX, bottom}};
+}
+
+void EnvGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    auto* env = dynamic_cast<CEnvelopeBlock*>(patchBlock->block);
+    if (!env || w < 8 || h < 4) return;
+    std::array<G::FloatPoint, 5> shape = Shape(w, h);
+    for (G::FloatPoint& p : shape) p.x += float(x), p.y += float(y);
+    renderer.DrawPolyline(G::Pen{0xFF000000, 1.0f}, shape.data(), int(shape.size()));
+    // Each sounding voice: its stage's share of the way along that stage's segment, at its level.
+    const int voices = std::min(env->engine->numVoices, kMaxVoices);
+    for (int v = 0; v < voices; ++v) {
+        const EnvelopeState& s = env->states[v];
+        const int stage = s.stage;
+        if (stage == kStageIdle || stage > kStageRelease) continue;
+        // Sustain has no length: its dot waits halfway along the held segment.
+        float done = s.total > 0 ? 1.0f - float(s.remaining) / float(s.total) : 1.0f;
+        if (stage == kStageSustain) done = 0.5f;
+        const G::FloatPoint a = shape[stage - 1];
+        const G::FloatPoint b = shape[stage];
+        const float px = a.x + (b.x - a.x) * std::clamp(done, 0.0f, 1.0f);
+        const float top = shape[1].y;
+        const float bottom = shape[0].y;
+        const float py = bottom - std::clamp(s.value, 0.0f, 1.0f) * (bottom - top);
+        renderer.FillEllipse(G::Brush::Solid(G::HueColor(float(v) * 360.0f / float(kMaxVoices))),
+                             G::FloatRect{px - 2.5f, py - 2.5f, 5.0f, 5.0f});
+    }
 }
 
 }  // namespace editor

@@ -115,4 +115,35 @@ public:
     void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
 };
 
+// The VU meter's level on a decibel bar, -48 dB to +6 dB, with a tick at 0 dB. The level is the
+// block's sum over voices of their mean absolute values.
+class VuMeterGui : public DisplayBlockGui {
+public:
+    static constexpr float kFloorDb = -48.0f;
+    static constexpr float kCeilingDb = 6.0f;
+
+    VuMeterGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+    // Where a level lands on a bar `w` pixels wide.
+    static float BarLength(float level, int w);
+};
+
+// The large scope: the last sample block that passed through, as one trace across the width.
+class LargeScopeGui : public DisplayBlockGui {
+public:
+    LargeScopeGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+};
+
+// The envelope's shape from its knobs (attack, decay, a held sustain, release, each stage as
+// wide as its knob is far up), with a dot for each sounding voice where it stands.
+class EnvGui : public DisplayBlockGui {
+public:
+    EnvGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+    // The corner points of the shape in a `w` by `h` picture: start, attack peak, decay end,
+    // sustain end, release end.
+    std::array<G::FloatPoint, 5> Shape(int w, int h) const;
+};
+
 }  // namespace editor
