@@ -187,18 +187,20 @@ void CurveBlockGui::BuildWidgets() {
     CAudioBlock* block = patchBlock->block;
     if (!block || block->numParameters < firstIndex + count) return;
     const int top = panelHeight;
-    const int areaHeight = height - top - kButtonHeight - 4;
+    // Two buttons to a row: the captions are too wide for four across the area.
+    const int n = int(buttons.size());
+    const int buttonRows = (n + 1) / 2;
+    const int areaHeight = height - top - buttonRows * (kButtonHeight + 1) - 3;
     area = CreateArea();
     area->SetBounds(kAreaX, top, kAreaWidth, areaHeight);
     AddChild(area);
-    const int buttonTop = top + areaHeight + 2;
-    const int n = int(buttons.size());
     for (int i = 0; i < n; ++i) {
-        auto* button =
-            new G::CustomButton(this, this, kFirstButtonId + buttons[i], ButtonCaption(buttons[i]));
-        const int left = kAreaX + i * kAreaWidth / n;
-        const int right = kAreaX + (i + 1) * kAreaWidth / n;
-        button->SetBounds(left, buttonTop, right - left - 1, kButtonHeight);
+        auto* button = new G::CustomButton(this, this, kFirstButtonId + buttons[i], ButtonCaption(buttons[i]));
+        const int column = i % 2;
+        const int left = kAreaX + column * kAreaWidth / 2;
+        const int right = kAreaX + (column + 1) * kAreaWidth / 2;
+        button->SetBounds(left, top + areaHeight + 2 + (i / 2) * (kButtonHeight + 1), right - left - 1,
+                          kButtonHeight);
         AddChild(button);
     }
     panelHeight = height;

@@ -19,6 +19,10 @@ constexpr int kFirstStepParameter = 4;
 constexpr int kBoxPitch = 11;
 constexpr int kBoxSize = 9;
 constexpr G::Color kBoxPen = 0xFFB2B2B2;
+// Past the pattern's length: still there to be switched, but faint.
+constexpr G::Color kUnusedBoxPen = 0xFFE0E0E0;
+// Two rows of eight: sixteen boxes in a row would not fit the block's width.
+constexpr int kBoxesPerRow = 8;
 
 }  // namespace
 
@@ -85,9 +89,15 @@ bool SimpleSamplerGui::LoadSample(const std::string& path) {
 
 ArpTickerDisplay::ArpTickerDisplay(ArpGui* ownerGui) : G::Window(ownerGui), owner(ownerGui) {}
 
-int ArpTickerDisplay::StepAt(int x) const {
-    const int step = x / kBoxPitch;
-    return x >= 0 && step < kArpSteps && x % kBoxPitch < kBoxSize ? step : -1;
+int ArpTickerDisplay::StepAt(int x, int y) const {
+    if (x < 0 || y < 0 || x % kBoxPitch >= kBoxSize || y % kBoxPitch >= kBoxSize) return -1;
+    const int column = x / kBoxPitch;
+    const int step = (y / kBoxPitch) * kBoxesPerRow + column;
+    return column < kBoxesPerRow && step < kArpSteps ? step : -1;
+}
+
+G::Rect ArpTickerDisplay::Box(int step) {
+    return G::Rect{(step % kBoxesPerRow) * kBoxPitch, (step / kBoxesPerRow) * kBoxPitch, kBoxSize, kBoxSize};
 }
 
 bool ArpTickerDisplay::OnDraw(G::Renderer& renderer, G::Rect) {
@@ -97,21 +107,25 @@ bool ArpTickerDisplay::OnDraw(G::Renderer& renderer, G::Rect) {
     CAudioBlock* block = owner->patchBlock->block;
     if (!block) return true;
     shownStep = owner->CurrentStep();
+    auto* arp = dynamic_cast<CGlobalArpeggioBlock*>(block);
+    const int length = arp ? arp->tickCount.load(std::memory_order_relaxed) : kArpSteps;
     const G::Color fill = G::theme::Palette(owner->strongColorIndex);
     for (int i = 0; i < kArpSteps; ++i) {
-        const float x = float(i * kBoxPitch);
-        const G::FloatRect box{x + 0.5f, 0.5f, kBoxSize - 1.0f, kBoxSize - 1.0f};
-        if (i == shownStep) renderer.FillRect(G::Brush::Solid(fill), G::FloatRect{x, 0, kBoxSize, kBoxSize});
-        renderer.StrokeRect(G::Pen{kBoxPen, 1.0f}, box);
+        const G::Rect r = Box(i);
+        const float x = float(r.x);
+        const float y = float(r.y);
+        if (i == shownStep) renderer.FillRect(G::Brush::Solid(fill), G::FloatRect{x, y, kBoxSize, kBoxSize});
+        renderer.StrokeRect(G::Pen{i < length ? kBoxPen : kUnusedBoxPen, 1.0f},
+                            G::FloatRect{x + 0.5f, y + 0.5f, kBoxSize - 1.0f, kBoxSize - 1.0f});
         // A switched-on step carries a dot, so the pattern reads at a glance.
         if (block->values[kFirstStepParameter + i] >= 0.5f)
-            renderer.FillRect(G::Brush::Solid(0xFF000000), G::FloatRect{x + 3, 3, 3, 3});
+            renderer.FillRect(G::Brush::Solid(0xFF000000), G::FloatRect{x + 3, y + 3, 3, 3});
     }
     return true;
 }
 
-bool ArpTickerDisplay::OnLeftDown(int x, int) {
-    if (const int step = StepAt(x); step >= 0) owner->ToggleStep(step);
+bool ArpTickerDisplay::OnLeftDown(int x, int y) {
+    if (const int step = StepAt(x, y); step >= 0) owner->ToggleStep(step);
     return true;
 }
 
@@ -122,9 +136,10 @@ void ArpGui::BuildWidgets() {
     if (!dynamic_cast<CGlobalArpeggioBlock*>(patchBlock->block)) return;
     const int top = panelHeight;
     ticker = new ArpTickerDisplay(this);
-    ticker->SetBounds(2, top + 1, kArpSteps * kBoxPitch, kBoxSize);
+    const int rows = (kArpSteps + kBoxesPerRow - 1) / kBoxesPerRow;
+    ticker->SetBounds(4, top + 2, kBoxesPerRow * kBoxPitch, rows * kBoxPitch);
     AddChild(ticker);
-    panelHeight = top + kBoxSize + 4;
+    panelHeight = top + rows * kBoxPitch + 5;
     SetSize(kBlockWindowWidth, panelHeight);
     AddTimerClient(this);
 }

@@ -32,16 +32,19 @@ private:
 
 class ArpGui;
 
-// One box per pattern step, 11 pixels apart and 9 wide: steps switched on are ticked, the
-// step being played is filled. Redrawn on the tick while the step moves.
+// One box per pattern step, 11 pixels apart and 9 wide, in two rows of eight: steps switched on
+// carry a dot, the step being played is filled, steps past the pattern's length are faint.
+// Redrawn on the tick while the step moves.
 class ArpTickerDisplay : public G::Window {
 public:
     explicit ArpTickerDisplay(ArpGui* owner);
 
     bool OnDraw(G::Renderer& renderer, G::Rect clip) override;
     bool OnLeftDown(int x, int y) override;
-    // The step under `x`, or -1.
-    int StepAt(int x) const;
+    // The step under a point, or -1 (also between boxes).
+    int StepAt(int x, int y) const;
+    // A step's box in the ticker's coordinates.
+    static G::Rect Box(int step);
 
     ArpGui* owner;
     int shownStep = -1;

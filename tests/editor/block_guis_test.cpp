@@ -196,19 +196,25 @@ TEST(PlayerGuis, ArpeggiatorBoxesSwitchStepsAndFollowThePlayedStep) {
     auto* arp = static_cast<CGlobalArpeggioBlock*>(b->block);
     const G::Rect ticker = AreaOnCanvas(gui, gui->ticker);
     const size_t steps = UndoSteps(e.doc);
-    e.Click(ticker.x + 3 * 11 + 4, ticker.y + 4);
+    const G::Rect box3 = editor::ArpTickerDisplay::Box(3);
+    e.Click(ticker.x + box3.x + 4, ticker.y + box3.y + 4);
     EXPECT_FLOAT_EQ(b->block->values[4 + 3], 0.0f);
     EXPECT_FALSE(arp->stepOn[3].load());
     EXPECT_EQ(UndoSteps(e.doc), steps + 1);
-    e.Click(ticker.x + 3 * 11 + 10, ticker.y + 4);  // the gap between boxes
+    e.Click(ticker.x + box3.x + 10, ticker.y + box3.y + 4);  // the gap between boxes
     EXPECT_EQ(UndoSteps(e.doc), steps + 1);
 
-    arp->stepIndex.store(5);
-    e.native->Send(NativeEventKind::Timer, 1, 0);
-    e.Paint();
     const uint32_t strong = G::theme::Palette(gui->strongColorIndex) & 0xFFFFFF;
-    EXPECT_EQ(PixelOf(*gui->ticker, 5 * 11 + 2, 6), strong);
-    EXPECT_NE(PixelOf(*gui->ticker, 4 * 11 + 2, 6), strong);
+    // Step 13 sits in the second row.
+    for (int step : {5, 13}) {
+        arp->stepIndex.store(step);
+        e.native->Send(NativeEventKind::Timer, 1, 0);
+        e.Paint();
+        for (int i = 0; i < kArpSteps; ++i) {
+            const G::Rect r = editor::ArpTickerDisplay::Box(i);
+            EXPECT_EQ(PixelOf(*gui->ticker, r.x + 2, r.y + 6) == strong, i == step) << step << " " << i;
+        }
+    }
 }
 
 // [SECTION] displays

@@ -1,0 +1,132 @@
+// End to end under an X server (run through xvfb-run): `vrok edit` on the example patch that has
+// a block of every kind with a GUI of its own. xdotool presses the waveshaper's "invert" and
+// draws a stroke in the custom envelope; the screenshot must then show, in each GUI's drawing
+// area, what the same editor draws off screen after the same changes, and no area is blank.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <set>
+#include <thread>
+
+#include "editor/curve_editors.h"
+#include "editor/display_guis.h"
+#include "editor/player_guis.h"
+#include "editor_fixture.h"
+#include "g/button.h"
+#include "g/theme.h"
+#include "g/widget_probes.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace editortest;
+
+std::string ReadAll(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+void Xdotool(const std::string& args) { ASSERT_EQ(std::system(("xdotool " + args).c_str()), 0) << args; }
+
+uint32_t ShotPixel(const G::Bitmap& shot, int x, int y) {
+    const uint8_t* p = shot.Row(y) + x * shot.bytesPerPixel;
+    return uint32_t(p[2]) << 16 | uint32_t(p[1]) << 8 | p[0];  // stored blue, green, red
+}
+
+// Where `area` sits in the top-level window.
+G::Rect InWindow(G::Control* area) {
+    int x = 0, y = 0;
+    area->LocalToGlobal(x, y);
+    return G::Rect{x, y, area->bounds.w, area->bounds.h};
+}
+
+TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachIt) {
+    const fs::path dir = fs::temp_directory_path() / "vrok-block-guis-e2e";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    const fs::path shot = dir / "shot.png";
+    const fs::path log = dir / "out.txt";
+    const std::string patch = std::string(VROK_SOURCE_DIR) + "/examples/block_guis.vrkx";
+
+    // The same editor off screen, with the changes the gestures below make.
+    Editor e;
+    ASSERT_TRUE(e.doc.LoadFile(patch));
+    e.Canvas().DocumentChanged();
+    e.Paint();
+    editor::WaveshaperGui* shaper = nullptr;
+    editor::CustomEnvBlockGui* envelope = nullptr;
+    std::vector<std::pair<std::string, G::Control*>> areas;
+    for (auto& record : e.doc.patchBlocks) {
+        editor::VrokBlockWindow* w = e.WindowOf(record.get());
+        ASSERT_NE(w, nullptr);
+        if (auto* g = dynamic_cast<editor::WaveshaperGui*>(w)) shaper = g, areas.emplace_back("waveshaper", g->area);
+        if (auto* g = dynamic_cast<editor::CustomEnvBlockGui*>(w))
+            envelope = g, areas.emplace_back("custom envelope", g->area);
+        if (auto* g = dynamic_cast<editor::DisplayBlockGui*>(w)) areas.emplace_back(w->title, g->area);
+        if (auto* g = dynamic_cast<editor::ArpGui*>(w)) areas.emplace_back("arpeggiator", g->ticker);
+    }
+    ASSERT_NE(shaper, nullptr);
+    ASSERT_NE(envelope, nullptr);
+    ASSERT_EQ(areas.size(), 9u) << "two curves, six displays, the ticker";
+    const G::Rect invert = InWindow(*std::find_if(shaper->children.begin(), shaper->children.end(), [](auto* c) {
+        auto* b = dynamic_cast<G::CustomButton*>(c);
+        return b && b->id == editor::CurveBlockGui::kFirstButtonId + editor::CurveBlockGui::kInvert;
+    }));
+    const G::Rect curve = InWindow(envelope->area);
+    shaper->OnCommand(editor::CurveBlockGui::kFirstButtonId + editor::CurveBlockGui::kInvert);
+    // A stroke along the top from a quarter to three quarters of the envelope.
+    const int x0 = curve.x + curve.w / 4, x1 = curve.x + 3 * curve.w / 4, y = curve.y + 2;
+    e.native->Move(x0, y);
+    e.native->Send(NativeEventKind::LeftDown, x0, y);
+    e.native->Move(x1, y);
+    e.native->Send(NativeEventKind::LeftUp, x1, y);
+    e.Paint();
+
+    const std::string command = std::string(VROK_BINARY) + " edit '" + patch + "' --screenshot '" + shot.string() +
+                                "' --after 4000 > '" + log.string() + "' 2>&1 &";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    for (int i = 0; i < 200 && ReadAll(log).find("ready") == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_NE(ReadAll(log).find("ready"), std::string::npos) << ReadAll(log);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    Xdotool("mousemove " + std::to_string(invert.x + invert.w / 2) + " " + std::to_string(invert.y + invert.h / 2) +
+            " sleep 0.2 click 1 sleep 0.2");
+    Xdotool("mousemove " + std::to_string(x0) + " " + std::to_string(y) + " sleep 0.2 mousedown 1 sleep 0.1 mousemove " +
+            std::to_string((x0 + x1) / 2) + " " + std::to_string(y) + " sleep 0.1 mousemove " + std::to_string(x1) + " " +
+            std::to_string(y) + " sleep 0.1 mouseup 1");
+    for (int i = 0; i < 200 && ReadAll(log).find("Screenshot") == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_NE(ReadAll(log).find("Screenshot"), std::string::npos) << ReadAll(log);
+
+    const std::string png = ReadAll(shot);
+    auto bitmap = G::DecodePng(reinterpret_cast<const uint8_t*>(png.data()), png.size());
+    ASSERT_NE(bitmap, nullptr);
+    ASSERT_EQ(bitmap->bytesPerPixel, 3);
+    for (const auto& [name, area] : areas) {
+        const G::Rect r = InWindow(area);
+        ASSERT_LE(r.x + r.w, bitmap->width) << name;
+        ASSERT_LE(r.y + r.h, bitmap->height) << name;
+        int differing = 0;
+        std::set<uint32_t> colours;
+        for (int py = 0; py < r.h; ++py) {
+            for (int px = 0; px < r.w; ++px) {
+                const uint32_t seen = ShotPixel(*bitmap, r.x + px, r.y + py);
+                colours.insert(seen);
+                differing += seen != gtest_support::PixelOf(*area, px, py);
+            }
+        }
+        EXPECT_GE(colours.size(), 4u) << name << " is blank";
+        EXPECT_LE(differing, r.w * r.h / 50) << name << ": the screen differs from the editor's drawing";
+    }
+}
+
+}  // namespace
