@@ -195,7 +195,8 @@ void CurveBlockGui::BuildWidgets() {
     area->SetBounds(kAreaX, top, kAreaWidth, areaHeight);
     AddChild(area);
     for (int i = 0; i < n; ++i) {
-        auto* button = new G::CustomButton(this, this, kFirstButtonId + buttons[i], ButtonCaption(buttons[i]));
+        auto* button =
+            new G::CustomButton(this, this, kFirstButtonId + buttons[i], ButtonCaption(buttons[i]));
         const int column = i % 2;
         const int left = kAreaX + column * kAreaWidth / 2;
         const int right = kAreaX + (column + 1) * kAreaWidth / 2;

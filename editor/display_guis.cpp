@@ -297,8 +297,10 @@ void VuMeterGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) 
                                          {{0.0f, 0xFF00C000}, {0.8f, 0xFFE0E000}, {1.0f, 0xFFE00000}}),
                       G::FloatRect{float(x), float(y) + 2, length, float(h) - 4});
     const float zero = BarLength(1.0f, w);
-    renderer.DrawLine(G::Pen{0xFFFFFFFF, 1.0f}, float(x) + zero + 0.5f, float(y), float(x) + zero + 0.5f, float(y + h));
-    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f}, G::FloatRect{x + 0.5f, y + 0.5f, fw - 1.0f, h - 1.0f});
+    renderer.DrawLine(G::Pen{0xFFFFFFFF, 1.0f}, float(x) + zero + 0.5f, float(y), float(x) + zero + 0.5f,
+                      float(y + h));
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
+                        G::FloatRect{x + 0.5f, y + 0.5f, fw - 1.0f, h - 1.0f});
 }
 
 // [SECTION] large scope
@@ -323,12 +325,14 @@ void LargeScopeGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int 
         }
         renderer.DrawPolyline(G::Pen{kScopePen, 1.0f}, points, count);
     }
-    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f}, G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
+                        G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
 }
 
 // [SECTION] envelope
 
-EnvGui::EnvGui(VrokDocWindow* canvasWindow, PatchBlock* record) : DisplayBlockGui(canvasWindow, record, 40, true) {}
+EnvGui::EnvGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 40, true) {}
 
 std::array<G::FloatPoint, 5> EnvGui::Shape(int w, int h) const {
     const std::vector<float>& v = patchBlock->block->values;

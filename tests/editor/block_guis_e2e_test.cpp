@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
-#include <set>
 #include <thread>
 
 #include "editor/curve_editors.h"
@@ -68,7 +68,8 @@ TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachI
     for (auto& record : e.doc.patchBlocks) {
         editor::VrokBlockWindow* w = e.WindowOf(record.get());
         ASSERT_NE(w, nullptr);
-        if (auto* g = dynamic_cast<editor::WaveshaperGui*>(w)) shaper = g, areas.emplace_back("waveshaper", g->area);
+        if (auto* g = dynamic_cast<editor::WaveshaperGui*>(w))
+            shaper = g, areas.emplace_back("waveshaper", g->area);
         if (auto* g = dynamic_cast<editor::CustomEnvBlockGui*>(w))
             envelope = g, areas.emplace_back("custom envelope", g->area);
         if (auto* g = dynamic_cast<editor::DisplayBlockGui*>(w)) areas.emplace_back(w->title, g->area);
@@ -77,10 +78,11 @@ TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachI
     ASSERT_NE(shaper, nullptr);
     ASSERT_NE(envelope, nullptr);
     ASSERT_EQ(areas.size(), 9u) << "two curves, six displays, the ticker";
-    const G::Rect invert = InWindow(*std::find_if(shaper->children.begin(), shaper->children.end(), [](auto* c) {
-        auto* b = dynamic_cast<G::CustomButton*>(c);
-        return b && b->id == editor::CurveBlockGui::kFirstButtonId + editor::CurveBlockGui::kInvert;
-    }));
+    const G::Rect invert =
+        InWindow(*std::find_if(shaper->children.begin(), shaper->children.end(), [](auto* c) {
+            auto* b = dynamic_cast<G::CustomButton*>(c);
+            return b && b->id == editor::CurveBlockGui::kFirstButtonId + editor::CurveBlockGui::kInvert;
+        }));
     const G::Rect curve = InWindow(envelope->area);
     shaper->OnCommand(editor::CurveBlockGui::kFirstButtonId + editor::CurveBlockGui::kInvert);
     // A stroke along the top from a quarter to three quarters of the envelope.
@@ -91,18 +93,19 @@ TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachI
     e.native->Send(NativeEventKind::LeftUp, x1, y);
     e.Paint();
 
-    const std::string command = std::string(VROK_BINARY) + " edit '" + patch + "' --screenshot '" + shot.string() +
-                                "' --after 4000 > '" + log.string() + "' 2>&1 &";
+    const std::string command = std::string(VROK_BINARY) + " edit '" + patch + "' --screenshot '" +
+                                shot.string() + "' --after 4000 > '" + log.string() + "' 2>&1 &";
     ASSERT_EQ(std::system(command.c_str()), 0);
     for (int i = 0; i < 200 && ReadAll(log).find("ready") == std::string::npos; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     ASSERT_NE(ReadAll(log).find("ready"), std::string::npos) << ReadAll(log);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    Xdotool("mousemove " + std::to_string(invert.x + invert.w / 2) + " " + std::to_string(invert.y + invert.h / 2) +
-            " sleep 0.2 click 1 sleep 0.2");
-    Xdotool("mousemove " + std::to_string(x0) + " " + std::to_string(y) + " sleep 0.2 mousedown 1 sleep 0.1 mousemove " +
-            std::to_string((x0 + x1) / 2) + " " + std::to_string(y) + " sleep 0.1 mousemove " + std::to_string(x1) + " " +
-            std::to_string(y) + " sleep 0.1 mouseup 1");
+    Xdotool("mousemove " + std::to_string(invert.x + invert.w / 2) + " " +
+            std::to_string(invert.y + invert.h / 2) + " sleep 0.2 click 1 sleep 0.2");
+    Xdotool("mousemove " + std::to_string(x0) + " " + std::to_string(y) +
+            " sleep 0.2 mousedown 1 sleep 0.1 mousemove " + std::to_string((x0 + x1) / 2) + " " +
+            std::to_string(y) + " sleep 0.1 mousemove " + std::to_string(x1) + " " + std::to_string(y) +
+            " sleep 0.1 mouseup 1");
     for (int i = 0; i < 200 && ReadAll(log).find("Screenshot") == std::string::npos; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     ASSERT_NE(ReadAll(log).find("Screenshot"), std::string::npos) << ReadAll(log);

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <numbers>
+#include <set>
 
 #include "blocks/analysers.h"
 #include "blocks/envelopes.h"
@@ -312,6 +313,83 @@ TEST(DisplayGuis, OutputBarEndsAtTheLevel) {
     const int y = gui->area->bounds.h / 2;
     EXPECT_GT(Green(PixelOf(*gui->area, w / 2 - 4, y)), 0xA0u);
     EXPECT_LT(Green(PixelOf(*gui->area, w / 2 + 4, y)), 0x60u);
+}
+
+}  // namespace
+
+namespace {
+
+// Everything at once while a note plays: an oscillator into an amplifier shaped by an envelope,
+// the amplifier into a scope and through a VU meter (which runs only on a way to an output)
+// into an output. After 25 ms of audio and one tick the
+// scope trace leaves the centre line, the VU and output bars have grown, and the envelope
+// shows a voice dot; with the note released and silence rendered, the bars fall back.
+TEST(DisplayGuis, DisplaysFollowAPlayingPatchOnTheTick) {
+    Editor e;
+    VrokDoc& doc = e.doc;
+    PatchBlock* osc = doc.AddBlock(4, -1, 10, 40);
+    PatchBlock* amp = doc.AddBlock(6, -1, 160, 40);
+    PatchBlock* out = doc.AddBlock(0, -1, 310, 40);
+    PatchBlock* env = doc.AddBlock(2, -1, 160, 150);
+    PatchBlock* scope = doc.AddBlock(5, -1, 460, 40);
+    PatchBlock* vu = doc.AddBlock(12, -1, 460, 200);
+    doc.AddConnection(osc, amp, 0);
+    doc.AddConnection(env, amp, 1);
+    doc.AddConnection(amp, scope, 0);
+    doc.AddConnection(amp, vu, 0);
+    doc.AddConnection(vu, out, 0);
+    auto* scopeGui = dynamic_cast<editor::ScopeGui*>(e.WindowOf(scope));
+    auto* vuGui = dynamic_cast<editor::VuMeterGui*>(e.WindowOf(vu));
+    auto* outGui = dynamic_cast<editor::OutputGui*>(e.WindowOf(out));
+    auto* envGui = dynamic_cast<editor::EnvGui*>(e.WindowOf(env));
+    ASSERT_TRUE(scopeGui && vuGui && outGui && envGui);
+    scopeGui->ValueChanged(nullptr, 1, 0.0f);         // the mix in one trace
+    e.WindowOf(osc)->ValueChanged(nullptr, 1, 1.0f);  // full level, held at full sustain
+    envGui->ValueChanged(nullptr, 2, 1.0f);
+
+    auto tick = [&](int blocks) {
+        float left[kMaxFrames], right[kMaxFrames];
+        for (int b = 0; b < blocks; ++b) doc.engine->Render({left, right}, kMaxFrames);
+        e.native->Send(NativeEventKind::Timer, 1, 0);
+        e.Paint();
+    };
+    // Bright green pixels off the centre rows: the trace has left the line.
+    auto traceAway = [&] {
+        const int h = scopeGui->area->bounds.h;
+        int n = 0;
+        for (int y = 1; y < h - 1; ++y) {
+            if (std::abs(y - h / 2) <= 2) continue;
+            for (int x = 1; x < scopeGui->area->bounds.w - 1; ++x)
+                n += Green(PixelOf(*scopeGui->area, x, y)) > 0xC0;
+        }
+        return n;
+    };
+    // Lit pixels along the middle row of a bar display.
+    auto barLength = [&](editor::DisplayBlockGui* gui) {
+        int n = 0;
+        for (int x = 1; x < gui->area->bounds.w - 1; ++x)
+            n += Green(PixelOf(*gui->area, x, gui->area->bounds.h / 2)) > 0xA0;
+        return n;
+    };
+    tick(2);
+    EXPECT_EQ(traceAway(), 0) << "nothing plays yet";
+    EXPECT_LT(barLength(vuGui), 3);
+    doc.engine->PressKey(69, 127);
+    tick(5);
+    EXPECT_GT(traceAway(), 20);
+    const int vuPlaying = barLength(vuGui);
+    EXPECT_GT(vuPlaying, 30);
+    EXPECT_GT(barLength(outGui), 5);
+    // A voice dot in the envelope display, in a voice's hue, which no other part of it uses.
+    std::set<uint32_t> hues;
+    for (int v = 0; v < kMaxVoices; ++v) hues.insert(G::HueColor(float(v) * 360.0f / kMaxVoices) & 0xFFFFFF);
+    int dots = 0;
+    for (int y = 0; y < envGui->area->bounds.h; ++y)
+        for (int x = 0; x < envGui->area->bounds.w; ++x) dots += hues.count(PixelOf(*envGui->area, x, y));
+    EXPECT_GT(dots, 4);
+    doc.engine->ReleaseKey(69);
+    tick(400);
+    EXPECT_LT(barLength(vuGui), vuPlaying / 2);
 }
 
 }  // namespace
