@@ -25,17 +25,19 @@ VrokBlockWindow* Make(VrokDocWindow* canvas, PatchBlock* patchBlock) {
 
 // Block GUIs of their own, by type number: the drawn editors, the players and the displays.
 constexpr GuiRow kBlockGuis[] = {
-    {0, Make<OutputGui>},           // Output
-    {1, Make<FilterGui>},           // Filter
-    {2, Make<EnvGui>},              // Envelope
-    {5, Make<ScopeGui>},            // Scope
-    {9, Make<LargeScopeGui>},       // Large Scope
-    {12, Make<VuMeterGui>},         // VU-meter
-    {23, Make<CustomEnvBlockGui>},  // Custom Envelope
-    {24, Make<WaveshaperGui>},      // Waveshaper
-    {25, Make<OutputGui>},          // Output with panning
-    {44, Make<ArpGui>},             // Arpeggiator
-    {58, Make<SimpleSamplerGui>},   // Sampler
+    {0, Make<OutputGui>},             // Output
+    {1, Make<FilterGui>},             // Filter
+    {2, Make<EnvGui>},                // Envelope
+    {5, Make<ScopeGui>},              // Scope
+    {9, Make<LargeScopeGui>},         // Large Scope
+    {11, Make<SpectrumGui>},          // Spectrum
+    {12, Make<VuMeterGui>},           // VU-meter
+    {22, Make<SpectrumAnalyserGui>},  // Spectrum Analyser
+    {23, Make<CustomEnvBlockGui>},    // Custom Envelope
+    {24, Make<WaveshaperGui>},        // Waveshaper
+    {25, Make<OutputGui>},            // Output with panning
+    {44, Make<ArpGui>},               // Arpeggiator
+    {58, Make<SimpleSamplerGui>},     // Sampler
 };
 
 std::map<int, BlockGuiFactory>& Registered() {

@@ -375,4 +375,102 @@ void EnvGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
     }
 }
 
+// [SECTION] spectra
+
+namespace {
+
+// Magnitude of a full-scale sine in a capture: the capture holds half of each voice's signal,
+// and the window's mean (0.54 for Hamming) scales the peak bin of n/2.
+float FullScaleMagnitude(int n, double windowMean) { return float(0.5 * windowMean * double(n) / 2.0); }
+
+float ToDb(float magnitude, float fullScale) {
+    return magnitude > 0.0f ? 20.0f * std::log10(magnitude / fullScale) : -200.0f;
+}
+
+}  // namespace
+
+SpectrumGui::SpectrumGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 64, true) {}
+
+void SpectrumGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    auto* spectrum = dynamic_cast<CSpectrumBlock*>(patchBlock->block);
+    if (!spectrum) return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    renderer.FillRect(ScopeFace(float(h)), G::FloatRect{float(x), float(y), float(w), float(h)});
+    std::array<float, 128>& bars = spectrum->displayState;
+    std::vector<float> capture;
+    if (spectrum->capture.Take(capture)) {
+        const std::vector<float> magnitudes =
+            MagnitudeSpectrum(capture, spectrum->hamming.data(), CSpectrumBlock::kLength);
+        const float fullScale = FullScaleMagnitude(CSpectrumBlock::kLength, 0.54);
+        for (size_t i = 0; i < bars.size(); ++i) {
+            const float level = std::clamp(1.0f - ToDb(magnitudes[i + 1], fullScale) / kFloorDb, 0.0f, 1.0f);
+            bars[i] = std::max(level, bars[i] - kFallPerTick);
+        }
+    } else {
+        for (float& bar : bars) bar = std::max(0.0f, bar - kFallPerTick);
+    }
+    const int columns = std::min<int>(int(bars.size()), w - 2);
+    const float bottom = float(y + h - 1);
+    const G::Brush brush = G::Brush::Gradient({0, float(y + h)}, {0, float(y)},
+                                              {{0.0f, 0xFF00A000}, {0.7f, 0xFFE0E000}, {1.0f, 0xFFE00000}});
+    for (int c = 0; c < columns; ++c) {
+        const float height = bars[size_t(c)] * float(h - 2);
+        if (height > 0.0f)
+            renderer.FillRect(brush, G::FloatRect{float(x + 1 + c), bottom - height, 1.0f, height});
+    }
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
+                        G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
+}
+
+SpectrumAnalyserGui::SpectrumAnalyserGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, kSize + 2, true) {
+    std::fill_n(picture.data.get(), size_t(kSize) * kSize * 3, uint8_t(0));
+    levelsDb.fill(kFloorDb);
+}
+
+bool SpectrumAnalyserGui::TakeColumn() {
+    auto* analyser = dynamic_cast<CMegaSpectrumBlock*>(patchBlock->block);
+    if (!analyser || !analyser->capture.Take(capture)) return false;
+    const bool kaiser = analyser->mode.load(std::memory_order_relaxed);
+    const double* window = kaiser ? analyser->kaiserBessel.data() : analyser->hamming.data();
+    double windowMean = 0.0;
+    for (int i = 0; i < CMegaSpectrumBlock::kLength; ++i) windowMean += window[i];
+    windowMean /= CMegaSpectrumBlock::kLength;
+    const std::vector<float> magnitudes = MagnitudeSpectrum(capture, window, CMegaSpectrumBlock::kLength);
+    const float fullScale = FullScaleMagnitude(CMegaSpectrumBlock::kLength, windowMean);
+    const float start = analyser->visibleStart.load(std::memory_order_relaxed);
+    const float end = analyser->visibleEnd.load(std::memory_order_relaxed);
+    const float falloff = analyser->falloff.load(std::memory_order_relaxed);
+    const float perRow = std::max(1e-3f, (end - start) / float(kSize));
+    const int lastBin = int(magnitudes.size()) - 1;
+    // One column to the left, then the new one at the right edge; row 0 is the top.
+    for (int row = 0; row < kSize; ++row) {
+        uint8_t* p = picture.Row(row);
+        std::memmove(p, p + 3, size_t(kSize - 1) * 3);
+    }
+    for (int r = 0; r < kSize; ++r) {
+        // Loudest bin under the row, so that a narrow peak shows when zoomed out.
+        const int first = std::clamp(int(start + float(r) * perRow), 0, lastBin);
+        const int last = std::clamp(int(start + float(r + 1) * perRow), first, lastBin);
+        float peak = 0.0f;
+        for (int b = first; b <= last; ++b) peak = std::max(peak, magnitudes[size_t(b)]);
+        levelsDb[size_t(r)] = std::max(ToDb(peak, fullScale), levelsDb[size_t(r)] - falloff);
+        const float t = std::clamp(1.0f - levelsDb[size_t(r)] / kFloorDb, 0.0f, 1.0f);
+        const uint32_t rgb = analyser->colourRamp[size_t(t * float(analyser->colourRamp.size() - 1))];
+        uint8_t* p = picture.Row(kSize - 1 - r) + (kSize - 1) * 3;
+        p[0] = uint8_t(rgb), p[1] = uint8_t(rgb >> 8), p[2] = uint8_t(rgb >> 16);
+    }
+    return true;
+}
+
+void SpectrumAnalyserGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    if (!dynamic_cast<CMegaSpectrumBlock*>(patchBlock->block))
+        return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    TakeColumn();
+    renderer.FillRect(G::Brush::Solid(0xFF000000), G::FloatRect{float(x), float(y), float(w), float(h)});
+    renderer.BlitBitmap(picture, G::Rect{0, 0, std::min(kSize, w - 2), std::min(kSize, h - 2)}, x + 1, y + 1);
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
+                        G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
+}
+
 }  // namespace editor

@@ -9,6 +9,7 @@
 
 #include "editor/vrok_block_window.h"
 #include "engine/audio_block.h"
+#include "g/bitmap.h"
 
 class CScopeBlock;
 class CFilterBlock;
@@ -144,6 +145,37 @@ public:
     // The corner points of the shape in a `w` by `h` picture: start, attack peak, decay end,
     // sustain end, release end.
     std::array<G::FloatPoint, 5> Shape(int w, int h) const;
+};
+
+// The short spectrum: 128 bars over a linear frequency axis from 256-sample captures, in
+// decibels from -72 to 0 (a full-scale sine reaches the top). Bars fall back slowly.
+class SpectrumGui : public DisplayBlockGui {
+public:
+    static constexpr float kFloorDb = -72.0f;
+    static constexpr float kFallPerTick = 0.04f;  // of the height
+
+    SpectrumGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+};
+
+// The spectrum analyser: a scrolling picture, newest spectrum at the right, 128 rows over the
+// zoomed bin range (low at the bottom), coloured through the block's ramp from black (-96 dB
+// and below) to white (0 dB). Peaks decay by "falloff" decibels per new column.
+class SpectrumAnalyserGui : public DisplayBlockGui {
+public:
+    static constexpr int kSize = 128;
+    static constexpr float kFloorDb = -96.0f;
+
+    SpectrumAnalyserGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+    // Takes a full capture, if there is one, into a new column. Returns whether it did.
+    bool TakeColumn();
+
+    G::Bitmap picture{kSize, kSize, 3};
+
+private:
+    std::vector<float> capture;
+    std::array<float, kSize> levelsDb{};
 };
 
 }  // namespace editor

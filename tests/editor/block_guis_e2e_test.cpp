@@ -77,7 +77,7 @@ TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachI
     }
     ASSERT_NE(shaper, nullptr);
     ASSERT_NE(envelope, nullptr);
-    ASSERT_EQ(areas.size(), 9u) << "two curves, six displays, the ticker";
+    ASSERT_EQ(areas.size(), 11u) << "two curves, eight displays, the ticker";
     const G::Rect invert =
         InWindow(*std::find_if(shaper->children.begin(), shaper->children.end(), [](auto* c) {
             auto* b = dynamic_cast<G::CustomButton*>(c);

@@ -393,3 +393,71 @@ TEST(DisplayGuis, DisplaysFollowAPlayingPatchOnTheTick) {
 }
 
 }  // namespace
+
+namespace {
+
+// A sine at the centre of bin `bin` of an `n`-point transform, `amplitude` as the capture
+// holds it (half the signal), written through the capture's writer side until it is full.
+void FillCapture(SpectrumCapture& capture, int n, int bin, float amplitude) {
+    int i = 0;
+    while (capture.FillPosition() < capture.Limit()) {
+        const int at = capture.BeginBlock();
+        float* p = capture.At(at);
+        for (int k = 0; k < 64; ++k, ++i)
+            p[k] = amplitude * float(std::sin(2.0 * std::numbers::pi * bin * i / n));
+        capture.EndBlock(at, 64);
+    }
+}
+
+TEST(DisplayGuis, SpectrumBarPeaksAtTheSineBinAtFullScaleAndFallsBack) {
+    Editor e;
+    PatchBlock* b = e.doc.AddBlock(11, -1, 60, 60);
+    auto* gui = dynamic_cast<editor::SpectrumGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* spectrum = static_cast<CSpectrumBlock*>(b->block);
+    FillCapture(spectrum->capture, CSpectrumBlock::kLength, 40, 0.5f);  // a full-scale sine
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    const int h = gui->area->bounds.h;
+    // Bar of bin b sits in column b (bin 0 is left out); the peak bar reaches the top.
+    auto lit = [&](int column, int y) {
+        const uint32_t p = PixelOf(*gui->area, column, y);
+        return std::max({p >> 16, (p >> 8) & 0xFF, p & 0xFF}) > 0x80;
+    };
+    EXPECT_TRUE(lit(40, 2));
+    EXPECT_FALSE(lit(20, h / 2));
+    EXPECT_FALSE(lit(70, h / 2));
+    EXPECT_FALSE(spectrum->capture.FillPosition() >= spectrum->capture.Limit())
+        << "the capture was handed back";
+    for (int t = 0; t < 30; ++t) e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    EXPECT_FALSE(lit(40, h / 2)) << "with no new capture the bar falls";
+}
+
+TEST(DisplayGuis, SpectrumAnalyserScrollsAColumnPerCaptureWithTheSineRowBrightest) {
+    Editor e;
+    PatchBlock* b = e.doc.AddBlock(22, -1, 60, 60);
+    auto* gui = dynamic_cast<editor::SpectrumAnalyserGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* analyser = static_cast<CMegaSpectrumBlock*>(b->block);
+    // Zoom 1: the 128 rows cover bins 0..1024, eight bins a row; bin 300 is row 37.
+    FillCapture(analyser->capture, CMegaSpectrumBlock::kLength, 300, 0.5f);
+    EXPECT_TRUE(gui->TakeColumn());
+    EXPECT_FALSE(gui->TakeColumn()) << "one column per capture";
+    auto brightness = [&](int column, int row) {
+        const uint8_t* p = gui->picture.Row(127 - row) + column * 3;
+        return p[0] + p[1] + p[2];
+    };
+    int brightest = 0;
+    for (int row = 1; row < 128; ++row)
+        if (brightness(127, row) > brightness(127, brightest)) brightest = row;
+    EXPECT_EQ(brightest, 37);
+    EXPECT_EQ(brightness(127, 37), 3 * 255) << "full scale is white";
+    EXPECT_EQ(brightness(126, 37), 0) << "the column before is still empty";
+    // The next capture pushes it one to the left.
+    FillCapture(analyser->capture, CMegaSpectrumBlock::kLength, 300, 0.5f);
+    EXPECT_TRUE(gui->TakeColumn());
+    EXPECT_EQ(brightness(126, 37), 3 * 255);
+}
+
+}  // namespace
