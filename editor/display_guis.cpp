@@ -464,11 +464,21 @@ bool SpectrumAnalyserGui::TakeColumn() {
 }
 
 void SpectrumAnalyserGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
-    if (!dynamic_cast<CMegaSpectrumBlock*>(patchBlock->block))
-        return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    auto* analyser = dynamic_cast<CMegaSpectrumBlock*>(patchBlock->block);
+    if (!analyser) return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
     TakeColumn();
     renderer.FillRect(G::Brush::Solid(0xFF000000), G::FloatRect{float(x), float(y), float(w), float(h)});
     renderer.BlitBitmap(picture, G::Rect{0, 0, std::min(kSize, w - 2), std::min(kSize, h - 2)}, x + 1, y + 1);
+    // Faint lines at 100 Hz, 1 kHz and 10 kHz where the zoomed range shows them.
+    const float start = analyser->visibleStart.load(std::memory_order_relaxed);
+    const float end = analyser->visibleEnd.load(std::memory_order_relaxed);
+    for (double hz : {100.0, 1000.0, 10000.0}) {
+        const double bin = hz * CMegaSpectrumBlock::kLength / double(analyser->sampleRate);
+        const double row = (bin - start) * kSize / std::max(1e-3, double(end - start));
+        if (row < 0.0 || row >= kSize) continue;
+        const float lineY = float(y + kSize) - std::floor(float(row)) + 0.5f;
+        renderer.DrawLine(G::Pen{0x60FFFFFF, 1.0f}, float(x + 1), lineY, float(x + 1 + std::min(kSize, w - 2)), lineY);
+    }
     renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
                         G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
 }
