@@ -37,6 +37,7 @@ constexpr GuiRow kBlockGuis[] = {
     {24, Make<WaveshaperGui>},        // Waveshaper
     {25, Make<OutputGui>},            // Output with panning
     {44, Make<ArpGui>},               // Arpeggiator
+    {55, Make<AdvancedEnvBlockGui>},  // Advanced Envelope
     {58, Make<SimpleSamplerGui>},     // Sampler
 };
 

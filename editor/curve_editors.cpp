@@ -285,4 +285,150 @@ float CustomEnvBlockGui::ResetPoint(int i) const { return 1.0f - 0.5f * float(i)
 
 CurveArea* CustomEnvBlockGui::CreateArea() { return new CustomEnvEnvelopeArea(this, firstIndex, count); }
 
+// [SECTION] advanced envelope
+
+namespace {
+
+// Parameter rows of the advanced envelope: the three bends' handles and the sustain level.
+constexpr int kAdvancedSustain = 2;
+constexpr int kBendFirst[3] = {5, 9, 14};  // "Attack x1", "Decay x1", "Release x1"
+constexpr int kAdvancedAreaHeight = 64;
+constexpr float kHandleReach = 5.0f;
+constexpr const char* kStageNames[4] = {"Attack", "Decay", "Sustain", "Release"};
+// The quarter each bend is drawn in: attack, decay, release (sustain is the third quarter).
+constexpr int kBendQuarter[3] = {0, 1, 3};
+
+}  // namespace
+
+AdvancedEnvEnvelopeArea::AdvancedEnvEnvelopeArea(AdvancedEnvBlockGui* ownerGui)
+    : G::Window(ownerGui), owner(ownerGui) {}
+
+int AdvancedEnvEnvelopeArea::HandleParameter(int h) { return kBendFirst[h / 2] + 2 * (h % 2); }
+
+float AdvancedEnvEnvelopeArea::QuarterWidth() const { return float(bounds.w - 1) / 4.0f; }
+
+float AdvancedEnvEnvelopeArea::QuarterLeft(int stage) const { return 0.5f + float(stage) * QuarterWidth(); }
+
+G::FloatPoint AdvancedEnvEnvelopeArea::HandleAt(int h) const {
+    const std::vector<float>& v = owner->patchBlock->block->values;
+    const int p = HandleParameter(h);
+    const float top = 0.5f;
+    const float height = float(bounds.h) - 1.0f;
+    return G::FloatPoint{QuarterLeft(kBendQuarter[h / 2]) + std::clamp(v[p], 0.0f, 1.0f) * QuarterWidth(),
+                         top + (1.0f - std::clamp(v[p + 1], 0.0f, 1.0f)) * height};
+}
+
+int AdvancedEnvEnvelopeArea::HandleNear(int x, int y) const {
+    int best = -1;
+    float bestDistance = kHandleReach * kHandleReach;
+    for (int h = 0; h < kHandles; ++h) {
+        const G::FloatPoint p = HandleAt(h);
+        const float d = (p.x - float(x)) * (p.x - float(x)) + (p.y - float(y)) * (p.y - float(y));
+        if (d <= bestDistance) best = h, bestDistance = d;
+    }
+    return best;
+}
+
+bool AdvancedEnvEnvelopeArea::OnDraw(G::Renderer& renderer, G::Rect) {
+    const float w = float(bounds.w);
+    const float h = float(bounds.h);
+    renderer.FillRect(G::Brush::Solid(G::theme::Palette(owner->paleColorIndex)), G::FloatRect{0, 0, w, h});
+    CAudioBlock* block = owner->patchBlock->block;
+    if (!block) return true;
+    const float top = 0.5f;
+    const float bottom = h - 0.5f;
+    const float quarter = QuarterWidth();
+    for (int stage = 0; stage < 4; ++stage) {
+        const float left = QuarterLeft(stage);
+        if (stage > 0) renderer.DrawLine(G::Pen{0x40000000, 1.0f}, left, 0, left, h);
+        // A quarter is too narrow for the names: their initials mark the stages.
+        renderer.DrawText(std::string_view(kStageNames[stage], 1), G::FloatRect{left + 1, 1, quarter - 2, 10},
+                          G::theme::NormalFont(), G::TextAlign{1, 0}, 0x80000000);
+    }
+    const float sustainY =
+        top + (1.0f - std::clamp(block->values[kAdvancedSustain], 0.0f, 1.0f)) * (bottom - top);
+    renderer.DrawLine(G::Pen{0xFF000000, 1.0f}, QuarterLeft(2), sustainY, QuarterLeft(3), sustainY);
+    for (int bend = 0; bend < 3; ++bend) {
+        const float left = QuarterLeft(kBendQuarter[bend]);
+        const bool rising = bend == 0;
+        const G::FloatPoint start{left, rising ? bottom : top};
+        const G::FloatPoint end{left + quarter, rising ? top : bottom};
+        const G::FloatPoint first = HandleAt(2 * bend);
+        const G::FloatPoint second = HandleAt(2 * bend + 1);
+        renderer.DrawLine(G::Pen{0x80000000, 1.0f}, start.x, start.y, first.x, first.y);
+        renderer.DrawLine(G::Pen{0x80000000, 1.0f}, end.x, end.y, second.x, second.y);
+        const G::FloatPoint points[4] = {start, first, second, end};
+        renderer.DrawCurve(G::Pen{0xFF000000, 1.5f}, points);
+        for (const G::FloatPoint& p : {first, second}) {
+            renderer.FillRect(G::Brush::Solid(G::theme::Palette(owner->strongColorIndex)),
+                              G::FloatRect{p.x - 2.5f, p.y - 2.5f, 5, 5});
+            renderer.StrokeRect(G::Pen{0xFF000000, 1.0f}, G::FloatRect{p.x - 2.5f, p.y - 2.5f, 5, 5});
+        }
+    }
+    renderer.StrokeRect(G::Pen{0xFF000000, 1.0f}, G::FloatRect{0.5f, 0.5f, w - 1.0f, h - 1.0f});
+    return true;
+}
+
+bool AdvancedEnvEnvelopeArea::OnLeftDown(int x, int y) {
+    if (dragged >= 0) return true;
+    dragged = HandleNear(x, y);
+    if (dragged < 0) return true;
+    CaptureMouse();
+    owner->canvas->doc.ActionStart(nullptr);
+    return true;
+}
+
+bool AdvancedEnvEnvelopeArea::OnMouseMove(int x, int y) {
+    if (dragged < 0) return false;
+    const int quarter = kBendQuarter[dragged / 2];
+    const float u = std::clamp((float(x) - QuarterLeft(quarter)) / QuarterWidth(), 0.0f, 1.0f);
+    const float v = std::clamp(1.0f - (float(y) - 0.5f) / (float(bounds.h) - 1.0f), 0.0f, 1.0f);
+    const int p = HandleParameter(dragged);
+    owner->ValueChanged(nullptr, p, u);
+    owner->ValueChanged(nullptr, p + 1, v);
+    Invalidate(nullptr);
+    return true;
+}
+
+bool AdvancedEnvEnvelopeArea::OnLeftUp(int, int) {
+    if (dragged < 0) return true;
+    dragged = -1;
+    if (HasCapture()) ReleaseMouse();
+    owner->canvas->doc.ActionEnd(nullptr);
+    owner->canvas->CountChange();
+    return true;
+}
+
+bool AdvancedEnvBlockGui::RowHasWidget(int index) const {
+    for (int first : kBendFirst)
+        if (index >= first && index < first + 4) return false;
+    return true;
+}
+
+void AdvancedEnvBlockGui::BuildWidgets() {
+    VrokBlockWindow::BuildWidgets();
+    CAudioBlock* block = patchBlock->block;
+    if (!block || block->numParameters < kBendFirst[2] + 4) return;
+    area = new AdvancedEnvEnvelopeArea(this);
+    area->SetBounds(kAreaX, panelHeight, kAreaWidth, kAdvancedAreaHeight);
+    AddChild(area);
+    panelHeight += kAdvancedAreaHeight + 3;
+    SetSize(kBlockWindowWidth, panelHeight);
+    drawnHandles = block->values;
+}
+
+void AdvancedEnvBlockGui::RefreshChangedValues() {
+    VrokBlockWindow::RefreshChangedValues();
+    CAudioBlock* block = patchBlock->block;
+    if (area && block && block->values != drawnHandles) {
+        drawnHandles = block->values;
+        area->Invalidate(nullptr);
+    }
+}
+
+void AdvancedEnvBlockGui::RefreshAllValues() {
+    VrokBlockWindow::RefreshAllValues();
+    if (area) area->Invalidate(nullptr);
+}
+
 }  // namespace editor

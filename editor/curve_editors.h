@@ -111,4 +111,54 @@ protected:
     CurveArea* CreateArea() override;
 };
 
+class AdvancedEnvBlockGui;
+
+// The advanced envelope's stages side by side, each in its own quarter drawn as the unit square
+// of its bend: "Attack" rising, "Decay" and "Release" falling, "Sustain" flat at its level.
+// Each bend shows its two handles; dragging one writes its x and y parameters, one undo step a
+// drag.
+class AdvancedEnvEnvelopeArea : public G::Window {
+public:
+    static constexpr int kHandles = 6;
+
+    explicit AdvancedEnvEnvelopeArea(AdvancedEnvBlockGui* owner);
+
+    bool OnDraw(G::Renderer& renderer, G::Rect clip) override;
+    bool OnLeftDown(int x, int y) override;
+    bool OnLeftUp(int x, int y) override;
+    bool OnMouseMove(int x, int y) override;
+
+    // Handle `h` (attack, decay, release; first then second of each) in area coordinates.
+    G::FloatPoint HandleAt(int h) const;
+    // The handle within reach of a point, or -1.
+    int HandleNear(int x, int y) const;
+    // The x parameter of handle `h`; y follows it.
+    static int HandleParameter(int h);
+
+    AdvancedEnvBlockGui* owner;
+    int dragged = -1;
+
+private:
+    // Stage `stage` (0..3) quarter's left edge and width.
+    float QuarterLeft(int stage) const;
+    float QuarterWidth() const;
+};
+
+class AdvancedEnvBlockGui : public VrokBlockWindow {
+public:
+    using VrokBlockWindow::VrokBlockWindow;
+
+    void RefreshChangedValues() override;
+    void RefreshAllValues() override;
+
+    AdvancedEnvEnvelopeArea* area = nullptr;
+
+protected:
+    void BuildWidgets() override;
+    bool RowHasWidget(int index) const override;
+
+private:
+    std::vector<float> drawnHandles;
+};
+
 }  // namespace editor

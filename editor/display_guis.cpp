@@ -477,7 +477,8 @@ void SpectrumAnalyserGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w
         const double row = (bin - start) * kSize / std::max(1e-3, double(end - start));
         if (row < 0.0 || row >= kSize) continue;
         const float lineY = float(y + kSize) - std::floor(float(row)) + 0.5f;
-        renderer.DrawLine(G::Pen{0x60FFFFFF, 1.0f}, float(x + 1), lineY, float(x + 1 + std::min(kSize, w - 2)), lineY);
+        renderer.DrawLine(G::Pen{0x60FFFFFF, 1.0f}, float(x + 1), lineY,
+                          float(x + 1 + std::min(kSize, w - 2)), lineY);
     }
     renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
                         G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});

@@ -159,6 +159,7 @@ void VrokBlockWindow::BuildWidgets() {
     SetSize(kBlockWindowWidth, block->numParameters * kRowHeight + 15);
     const int rows = std::min(block->numParameters, kMaxWidgetRows);
     for (int i = 0; i < rows; ++i) {
+        if (!RowHasWidget(i)) continue;
         WidgetPlan plan;
         plan.kind = block->kinds[i];
         plan.index = i;

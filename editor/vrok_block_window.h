@@ -102,6 +102,8 @@ protected:
     // Turns the block's first widget rows into widgets; overridden by GUIs that add their own
     // drawing areas below the rows.
     virtual void BuildWidgets();
+    // Whether row `index` gets a widget; GUIs that edit some rows by drawing leave them out.
+    virtual bool RowHasWidget(int index) const { return true; }
     void BuildPortButtons();
 
 private:

@@ -74,10 +74,12 @@ TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachI
             envelope = g, areas.emplace_back("custom envelope", g->area);
         if (auto* g = dynamic_cast<editor::DisplayBlockGui*>(w)) areas.emplace_back(w->title, g->area);
         if (auto* g = dynamic_cast<editor::ArpGui*>(w)) areas.emplace_back("arpeggiator", g->ticker);
+        if (auto* g = dynamic_cast<editor::AdvancedEnvBlockGui*>(w))
+            areas.emplace_back("advanced envelope", g->area);
     }
     ASSERT_NE(shaper, nullptr);
     ASSERT_NE(envelope, nullptr);
-    ASSERT_EQ(areas.size(), 11u) << "two curves, eight displays, the ticker";
+    ASSERT_EQ(areas.size(), 12u) << "three curves, eight displays, the ticker";
     const G::Rect invert =
         InWindow(*std::find_if(shaper->children.begin(), shaper->children.end(), [](auto* c) {
             auto* b = dynamic_cast<G::CustomButton*>(c);

@@ -155,6 +155,45 @@ TEST(CurveEditors, ButtonsReshapeTheEnvelopeInOneStepEach) {
     EXPECT_FLOAT_EQ(b->block->values[4 + 191], 1.0f);
 }
 
+TEST(CurveEditors, AdvancedEnvelopeHandlesDragTheirBendParametersInOneStep) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Control/Advanced Envelope", 60, 60);
+    auto* gui = dynamic_cast<editor::AdvancedEnvBlockGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    ASSERT_NE(gui->area, nullptr);
+    // The handle rows are drawn, not slid; the stage times and levels keep their widgets.
+    for (int i = 0; i < 18; ++i) EXPECT_EQ(gui->widgets[i] == nullptr, (i >= 5 && i <= 12) || i >= 14) << i;
+    const G::Rect area = AreaOnCanvas(gui, gui->area);
+    struct Case {
+        int handle;
+        float u, v;  // where to drop it in its stage's unit square
+    };
+    // Attack's first handle, decay's second, release's first; the last one dragged past the edge.
+    const Case cases[] = {{0, 0.25f, 0.75f}, {3, 0.5f, 0.1f}, {4, 1.4f, -0.5f}};
+    for (const Case& c : cases) {
+        const G::FloatPoint from = gui->area->HandleAt(c.handle);
+        const int quarter = c.handle < 2 ? 0 : c.handle < 4 ? 1 : 3;
+        const float width = float(area.w - 1) / 4.0f;
+        const int toX = area.x + int(std::lround(0.5f + (float(quarter) + c.u) * width));
+        const int toY = area.y + int(std::lround(0.5f + (1.0f - c.v) * float(area.h - 1)));
+        const size_t steps = UndoSteps(e.doc);
+        e.Drag(area.x + int(from.x), area.y + int(from.y), toX, toY);
+        const int p = editor::AdvancedEnvEnvelopeArea::HandleParameter(c.handle);
+        EXPECT_NEAR(b->block->values[p], std::clamp(c.u, 0.0f, 1.0f), 0.04f) << c.handle;
+        EXPECT_NEAR(b->block->values[p + 1], std::clamp(c.v, 0.0f, 1.0f), 0.04f) << c.handle;
+        EXPECT_EQ(UndoSteps(e.doc), steps + 1) << c.handle;
+    }
+    // The audio's attack curve follows: with the first handle high and early it rises fast.
+    auto* env = static_cast<CAdvancedEnvelope*>(b->block);
+    EXPECT_GT(ReadCurve(env->curves[0].attackCurve, 0.25f), 0.5f);
+    // A press away from every handle changes nothing and leaves no step.
+    const size_t steps = UndoSteps(e.doc);
+    const std::vector<float> before = b->block->values;
+    e.Drag(area.x + area.w / 2 + 2, area.y + area.h - 3, area.x + 10, area.y + 10);
+    EXPECT_EQ(b->block->values, before);
+    EXPECT_EQ(UndoSteps(e.doc), steps);
+}
+
 // [SECTION] players
 
 TEST(PlayerGuis, SamplerLoadsThroughTheDialogAndRefusesAFileItCannotRead) {
