@@ -42,10 +42,16 @@ void SimpleSamplerGui::BuildWidgets() {
 bool SimpleSamplerGui::OnDraw(G::Renderer& renderer, G::Rect clip) {
     VrokBlockWindow::OnDraw(renderer, clip);
     const std::string name = SampleName();
+    shownName = name;
     renderer.DrawText(std::string_view("Sample: " + (name.empty() ? std::string("none") : name)),
                       G::Rect{3, nameY, bounds.w - 6, kRowHeight}, G::theme::NormalFont(), G::TextAlign{0, 1},
                       0xFF000000);
     return true;
+}
+
+void SimpleSamplerGui::RefreshChangedValues() {
+    VrokBlockWindow::RefreshChangedValues();
+    if (SampleName() != shownName) Invalidate(nullptr);
 }
 
 std::string SimpleSamplerGui::SampleName() const {

@@ -17,6 +17,9 @@ public:
 
     bool OnDraw(G::Renderer& renderer, G::Rect clip) override;
     void OnCommand(int id) override;
+    // The sample is a record of its own: an undo or a load elsewhere renames it without telling
+    // this window, so the tick compares the name.
+    void RefreshChangedValues() override;
     // Loads the file into the sampler as one undo step. A file that cannot be read is
     // refused with a message and leaves the sampler as it was. Returns whether it loaded.
     bool LoadSample(const std::string& path);
@@ -28,6 +31,7 @@ protected:
 
 private:
     int nameY = 0;
+    std::string shownName;
 };
 
 class ArpGui;

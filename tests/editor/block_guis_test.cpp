@@ -225,6 +225,29 @@ TEST(PlayerGuis, SamplerLoadsThroughTheDialogAndRefusesAFileItCannotRead) {
     ASSERT_NE(sample, nullptr);
     EXPECT_EQ(sample->Frames().size(), tone.size()) << "the refused file left the frames";
     EXPECT_EQ(UndoSteps(e.doc), steps);
+
+    // A second file goes into the same sample, which is not the block's record: undoing it
+    // puts the old name back on the panel at the next tick.
+    const std::string second = (dir / "second.wav").string();
+    std::filesystem::copy_file(wav, second, std::filesystem::copy_options::overwrite_existing);
+    e.native->dialogPath = second;
+    gui->OnCommand(editor::SimpleSamplerGui::kLoadButtonId);
+    EXPECT_EQ(gui->SampleName(), "second");
+    e.Paint();
+    e.doc.Undo();
+    EXPECT_EQ(gui->SampleName(), "tone");
+    e.Paint();
+    // The name's line at the panel's foot, before and after the tick.
+    auto nameLine = [&] {
+        std::vector<uint32_t> line;
+        for (int y = gui->Height() - 15; y < gui->Height() - 1; ++y)
+            for (int x = 0; x < gui->Width(); ++x) line.push_back(PixelOf(*gui, x, y));
+        return line;
+    };
+    const std::vector<uint32_t> stale = nameLine();
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    EXPECT_NE(nameLine(), stale) << "the panel redraws its sample name";
 }
 
 TEST(PlayerGuis, ArpeggiatorBoxesSwitchStepsAndFollowThePlayedStep) {
