@@ -523,3 +523,48 @@ TEST(DisplayGuis, SpectrumAnalyserScrollsAColumnPerCaptureWithTheSineRowBrightes
 }
 
 }  // namespace
+
+namespace {
+
+// With "sync" on the trace starts at the last upward crossing before the middle of the newest
+// samples, so a sine's crest lands a quarter period in; without it the window simply ends at
+// the newest sample. A click on the picture records no undo step.
+TEST(DisplayGuis, ScopeSyncStartsTheTraceAtAnUpwardCrossing) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Analyse/Scope", 60, 60);
+    auto* gui = dynamic_cast<editor::ScopeGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* scope = static_cast<CScopeBlock*>(b->block);
+    gui->ValueChanged(nullptr, 1, 0.0f);
+    const int w = gui->area->bounds.w;
+    // Period 40; the newest w - 1 samples start at phase 31 of 40, well away from a crossing.
+    const int total = 271 + (w - 1);
+    std::vector<float> sine(static_cast<size_t>(total));
+    for (int i = 0; i < total; ++i) sine[size_t(i)] = float(std::sin(2.0 * std::numbers::pi * i / 40.0));
+    auto topOfColumn = [&](int column) {
+        for (int y = 0; y < gui->area->bounds.h; ++y)
+            if (Green(PixelOf(*gui->area, column, y)) > 0xC0) return y;
+        return -1;
+    };
+    struct Case {
+        float sync;
+        int crestColumn;  // a column where the trace is at its top
+    };
+    // Synced: the crest is a quarter period after the crossing. Free: the next crest after
+    // phase 31 is at phase 50, column 19.
+    for (const Case c : {Case{1.0f, 10}, Case{0.0f, 19}}) {
+        gui->ValueChanged(nullptr, 3, c.sync);
+        scope->rings[0].Reset();
+        gui->channels[0] = {};
+        scope->rings[0].Write(sine.data(), 1.0f, total);
+        e.native->Send(NativeEventKind::Timer, 1, 0);
+        e.Paint();
+        EXPECT_LE(topOfColumn(c.crestColumn), 2) << "sync " << c.sync;
+    }
+    const size_t steps = UndoSteps(e.doc);
+    const G::Rect area = AreaOnCanvas(gui, gui->area);
+    e.Click(area.x + 20, area.y + 20);
+    EXPECT_EQ(UndoSteps(e.doc), steps);
+}
+
+}  // namespace
