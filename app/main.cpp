@@ -10,6 +10,7 @@
 #include "app/commands.h"
 #include "app/demo.h"
 #include "app/gallery/gallery.h"
+#include "app/live/play.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"Vrok: render modular synthesizer patches to audio files"};
@@ -60,6 +61,23 @@ int main(int argc, char** argv) {
     demo->add_option("-o,--output", demoOut, "Output WAV file")->capture_default_str();
     demo->add_option("--rate", demoRate, "Sample rate in Hz")->check(CLI::Range(8000, 192000))->capture_default_str();
 
+    live::PlayOptions play;
+    CLI::App* playCommand = app.add_subcommand("play", "Play a patch live through JACK or ALSA; Ctrl-C stops");
+    playCommand->add_option("patch", play.patch, "Patch file (.vrkx or .vrk)")->required();
+    playCommand->add_option("--audio", play.audio, "Audio back end: jack or alsa")
+        ->check(CLI::IsMember({"jack", "alsa"}))
+        ->capture_default_str();
+    playCommand->add_option("--device", play.device, "JACK server name, or ALSA device name (see vrok devices)");
+    playCommand->add_option("--rate", play.sampleRate, "Sample rate in Hz (default: the device's)")
+        ->check(CLI::Range(8000, 192000));
+    playCommand->add_option("--buffer", play.bufferFrames, "Frames per buffer (default: the device's; 256 on ALSA)")
+        ->check(CLI::Range(16, 8192));
+    playCommand->add_option("--midi-in", play.midiIn, "MIDI source to connect, by name (see vrok devices); repeatable");
+    playCommand->add_option("--midi-channel", play.midiChannel, "MIDI channel 1..16 to play; 0 takes every channel")
+        ->check(CLI::Range(0, 16))
+        ->capture_default_str();
+    CLI::App* devicesCommand = app.add_subcommand("devices", "List audio devices and MIDI ports for vrok play");
+
     app::GalleryOptions gallery;
     CLI::App* galleryCommand = app.add_subcommand("gallery", "Open a window with every toolkit widget; prints each change");
     galleryCommand->add_option("--screenshot", gallery.screenshot, "Write the window to this PNG file, then exit");
@@ -81,6 +99,8 @@ int main(int argc, char** argv) {
     if (*renderCommand) {
         return app::RunRender(render);
     }
+    if (*playCommand) return live::RunPlay(play);
+    if (*devicesCommand) return live::RunDevices();
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
     if (*convertCommand) return app::RunConvert(convertIn, convertOut);
     if (*galleryCommand) return app::RunGallery(gallery);

@@ -111,6 +111,13 @@ void VrokInstance::AllNotesOff() {
     for (int note = 0; note < kNumNotes; ++note) ReleaseKey(note);
 }
 
+void VrokInstance::AllSoundOff() {
+    std::lock_guard guard(lock);
+    AllNotesOff();
+    for (int k = 0; k < orderCount; ++k) blocks[order[k]]->Reset();
+    std::fill(std::begin(voiceActive), std::end(voiceActive), uint8_t(0));
+}
+
 void VrokInstance::SetVoiceCount(int count, bool isMonophonic) {
     std::lock_guard guard(lock);
     // Only a single voice can be monophonic.
