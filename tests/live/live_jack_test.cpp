@@ -94,9 +94,9 @@ private:
 // A JACK server of the test's own, on the dummy driver, under a name no one else uses.
 class Server {
 public:
-    explicit Server(const std::string& name) : name(name) {
+    explicit Server(const std::string& name, int rate = kRate) : name(name) {
         server.emplace(std::vector<std::string>{"jackd", "-n", name, "--no-realtime", "--sync", "-d", "dummy",
-                                                "-r", std::to_string(kRate), "-p", std::to_string(kBuffer)},
+                                                "-r", std::to_string(rate), "-p", std::to_string(kBuffer)},
                        kWork + "/" + name + ".log");
         setenv("JACK_DEFAULT_SERVER", name.c_str(), 1);
     }
@@ -138,8 +138,8 @@ TimedMidi At(double seconds, std::vector<uint8_t> bytes) {
 }
 
 // Frequency from the rising zero crossings between two times, interpolated between samples.
-double Frequency(const std::vector<float>& x, double fromSeconds, double toSeconds) {
-    const size_t from = size_t(fromSeconds * kRate), to = std::min(x.size(), size_t(toSeconds * kRate));
+double Frequency(const std::vector<float>& x, double fromSeconds, double toSeconds, int rate = kRate) {
+    const size_t from = size_t(fromSeconds * rate), to = std::min(x.size(), size_t(toSeconds * rate));
     double first = -1.0, last = -1.0;
     int crossings = 0;
     for (size_t i = from + 1; i < to; ++i) {
@@ -150,7 +150,7 @@ double Frequency(const std::vector<float>& x, double fromSeconds, double toSecon
             ++crossings;
         }
     }
-    return crossings < 2 ? 0.0 : (crossings - 1) * double(kRate) / (last - first);
+    return crossings < 2 ? 0.0 : (crossings - 1) * double(rate) / (last - first);
 }
 
 // The graph's loop through vrok and back delays the recording by whole buffers. Finds the
@@ -354,15 +354,17 @@ TEST_F(LiveJack, UnusableDevicesEndWithOneMessage) {
     struct Row {
         std::vector<std::string> arguments;
         std::string message;
+        std::string patch = "sine_a4.vrkx";
     };
     const std::vector<Row> rows = {
         {{"--midi-in", "no-such-keyboard"}, "no MIDI source named \"no-such-keyboard\""},
         {{"--rate", "48000"}, "runs at 44100 Hz and cannot play at 48000 Hz"},
         {{"--device", "vrok-nobody-runs-this"}, "JACK server \"vrok-nobody-runs-this\": cannot connect"},
         {{"--audio", "alsa", "--device", "vrok-no-such-card"}, "ALSA"},
+        {{}, "no-such-patch.vrkx: cannot read file", "no-such-patch.vrkx"},
     };
     for (const Row& row : rows) {
-        std::vector<std::string> argv = {kVrok, "play", Patch("sine_a4.vrkx")};
+        std::vector<std::string> argv = {kVrok, "play", Patch(row.patch)};
         argv.insert(argv.end(), row.arguments.begin(), row.arguments.end());
         Child play(argv, kWork + "/refused.log");
         ASSERT_TRUE(play.Wait(20.0)) << row.message;
@@ -375,22 +377,28 @@ TEST_F(LiveJack, UnusableDevicesEndWithOneMessage) {
     }
 }
 
-// A server of its own, so the others' server keeps running. The player sees the server's
-// going away and ends with a message instead of hanging.
-TEST(LiveJackServer, ServerGoingAwayEndsPlayWithAMessage) {
+// A server of its own, at another rate, so the others' server keeps running. The engine
+// follows the device's rate, so A4 is still 440 Hz; and the player sees the server's going
+// away, whether it quits or is killed, and ends with a message instead of hanging.
+TEST(LiveJackServer, PlaysInTuneAtTheServersRateAndEndsWhenItGoesAway) {
     if (!HaveJackd()) GTEST_SKIP() << "jackd is not installed";
+    constexpr int kOtherRate = 48000;
     for (int signal : {SIGTERM, SIGKILL}) {
-        Server server(ServerName("gone"));
+        Server server(ServerName("gone"), kOtherRate);
         ASSERT_TRUE(server.WaitUntilUp());
         Child play({kVrok, "play", Patch("sine_a4.vrkx")}, kWork + "/gone.log");
         {
-            JackProbe watcher;
-            ASSERT_TRUE(watcher.ConnectToVrok(20.0)) << play.Output();
+            JackProbe probe;
+            ASSERT_TRUE(probe.ConnectToVrok(20.0)) << play.Output();
+            ASSERT_EQ(probe.sampleRate, kOtherRate);
+            const Recording r = probe.Run({{0, {0x90, 69, 100}}}, kOtherRate / 4);
+            EXPECT_NEAR(Frequency(r.left, 0.02, 0.25, kOtherRate), 440.0, 0.5);
         }
         server.Process().Signal(signal);
         ASSERT_TRUE(play.Wait(15.0)) << "vrok play hung after the server went away (signal " << signal << ")";
         EXPECT_EQ(play.status, 1) << play.Output();
         EXPECT_NE(play.Output().find("went away"), std::string::npos) << play.Output();
+        EXPECT_NE(play.Output().find("at 48000 Hz"), std::string::npos) << play.Output();
     }
 }
 

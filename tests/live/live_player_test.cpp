@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
@@ -136,6 +137,38 @@ TEST_P(LivePlayerBuffers, InputPassesAsInARender) {
     float worst = 0.0f;
     for (size_t i = 0; i < live.size(); ++i) worst = std::max(worst, std::fabs(live[i] - rendered[i]));
     EXPECT_EQ(worst, 0.0f);
+}
+
+// Every kind of message the player understands, twice over in one buffer, with notes
+// sounding: none of it may allocate.
+TEST(LivePlayer, EveryMessageKindAllocatesNothing) {
+    live::LiveHost host(kRate, 0);
+    mi machine(host);
+    machine.Init(nullptr);
+    app::LoadPatch(machine, VROK_EXAMPLES_DIR "/sine_a4.vrkx");
+    live::LivePlayer player(machine, host);
+    const std::vector<std::vector<uint8_t>> messages = {
+        {0x90, 60, 100}, {0x91, 64, 90}, {0xE0, 0x7F, 0x7F}, {0xB0, 1, 100}, {0xD0, 80},
+        {0xB0, 64, 127}, {0x80, 60, 0},  {0x90, 64, 0},      {0xB0, 64, 0},  {0xB0, 123, 0},
+        {0xB0, 120, 0},  {0xA0, 60, 10}, {0xC0, 5},          {0xF8},         {0xE0, 0, 0x40}};
+    std::vector<live::MidiEvent> events;
+    for (int round = 0; round < 2; ++round)
+        for (size_t i = 0; i < messages.size(); ++i) {
+            live::MidiEvent event;
+            event.frame = int(round * 500 + i * 30);
+            event.size = int(messages[i].size());
+            std::copy(messages[i].begin(), messages[i].end(), event.bytes);
+            events.push_back(event);
+        }
+    std::vector<float> in(1024, 0.25f), left(1024), right(1024);
+    allocations = 0;
+    counting = true;
+    for (int buffer = 0; buffer < 4; ++buffer)
+        player.Process(in.data(), in.data(), left.data(), right.data(), 1024, events.data(),
+                       int(events.size()));
+    counting = false;
+    EXPECT_EQ(allocations, 0);
+    EXPECT_GT(player.meter.longestCallbackNs.load(), 0) << "the callback's time is measured";
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, LivePlayerBuffers,
