@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
+#include "document/vrok_doc.h"
+#include "engine/vrok_instance.h"
 #include "machine/machine.h"
 
 namespace live {
@@ -54,9 +57,61 @@ void LivePlayer::Dispatch(const MidiEvent& event) {
     }
 }
 
+bool LivePlayer::LockWithin(std::unique_lock<std::recursive_mutex>& machineGuard,
+                            std::unique_lock<std::recursive_mutex>& engineGuard, int64_t patienceNs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::nanoseconds(patienceNs);
+    for (;;) {
+        if (machineGuard.try_lock()) {
+            if (engineGuard.try_lock()) return true;
+            machineGuard.unlock();
+        }
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::yield();
+    }
+}
+
 void LivePlayer::Process(const float* inLeft, const float* inRight, float* outLeft, float* outRight,
                          int frames, const MidiEvent* events, int numEvents) {
     const auto started = std::chrono::steady_clock::now();
+    const int rate = host.sampleRate.load(std::memory_order_relaxed);
+    const int64_t bufferNs = rate > 0 ? int64_t(frames) * 1'000'000'000 / rate : 0;
+    std::unique_lock machineGuard(machine.machineLock, std::defer_lock);
+    std::unique_lock engineGuard(machine.document->engine->lock, std::defer_lock);
+    if (LockWithin(machineGuard, engineGuard, bufferNs / 4)) {
+        // What waited from skipped buffers plays first, at frame 0.
+        if (numPending > 0) {
+            for (int i = 0; i < numPending; ++i) Dispatch(pending[i]);
+            numPending = 0;
+        }
+        Render(inLeft, inRight, outLeft, outRight, frames, events, numEvents);
+    } else {
+        std::fill_n(outLeft, frames, 0.0f);
+        std::fill_n(outRight, frames, 0.0f);
+        meter.skippedBuffers.fetch_add(1, std::memory_order_relaxed);
+        for (int i = 0; i < numEvents; ++i) {
+            if (numPending == kMaxMidiEventsPerBuffer) {
+                meter.droppedMidi.fetch_add(1, std::memory_order_relaxed);
+                continue;
+            }
+            pending[numPending] = events[i];
+            pending[numPending++].frame = 0;
+        }
+    }
+
+    const int64_t spentNs =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started)
+            .count();
+    if (spentNs > meter.longestCallbackNs.load(std::memory_order_relaxed))
+        meter.longestCallbackNs.store(spentNs, std::memory_order_relaxed);
+    if (bufferNs > 0) {
+        const float share = float(double(spentNs) / double(bufferNs));
+        const float load = meter.load.load(std::memory_order_relaxed);
+        meter.load.store(load + (share - load) * kLoadSmoothing, std::memory_order_relaxed);
+    }
+}
+
+void LivePlayer::Render(const float* inLeft, const float* inRight, float* outLeft, float* outRight,
+                        int frames, const MidiEvent* events, int numEvents) {
     int next = 0;
     for (int position = 0; position < frames;) {
         for (; next < numEvents && events[next].frame <= position; ++next) Dispatch(events[next]);
@@ -81,18 +136,6 @@ void LivePlayer::Process(const float* inLeft, const float* inRight, float* outLe
     }
     // Late events (stamped past the buffer) still play, at its end.
     for (; next < numEvents; ++next) Dispatch(events[next]);
-
-    const int64_t spentNs =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started)
-            .count();
-    if (spentNs > meter.longestCallbackNs.load(std::memory_order_relaxed))
-        meter.longestCallbackNs.store(spentNs, std::memory_order_relaxed);
-    const int rate = host.sampleRate.load(std::memory_order_relaxed);
-    if (rate > 0 && frames > 0) {
-        const float share = float(double(spentNs) * 1e-9 * rate / frames);
-        const float load = meter.load.load(std::memory_order_relaxed);
-        meter.load.store(load + (share - load) * kLoadSmoothing, std::memory_order_relaxed);
-    }
 }
 
 }  // namespace live

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "engine/audio_block.h"
 #include "machine/host.h"
@@ -43,12 +44,15 @@ struct MidiEvent {
 // Most MIDI messages taken in one buffer; more are dropped, and counted.
 constexpr int kMaxMidiEventsPerBuffer = 512;
 
-// What the meter shows and the closing line reports. Written by the audio thread only.
+// What the meter shows and the closing line reports. Written by the audio side (the
+// callback, and the back end's under-run notices), read by anyone.
 struct LoadMeter {
     std::atomic<int64_t> longestCallbackNs{0};
     // Time spent in the callback over the buffer's length, smoothed over about a second.
     std::atomic<float> load{0.0f};
     std::atomic<int> underruns{0};
+    // Buffers left silent because an edit held the patch longer than the callback may wait.
+    std::atomic<int> skippedBuffers{0};
     std::atomic<int> droppedMidi{0};
 };
 
@@ -60,7 +64,9 @@ public:
     // One device buffer, any length. Plays each event at its frame (events sorted by
     // frame), passes `inLeft`/`inRight` (null: silence) to the input blocks and writes the
     // patch's output in -1..1. Audio thread: allocates nothing, takes the machine lock and
-    // the engine lock (through Work and the note operations) and nothing else.
+    // then the engine lock and nothing else, and never waits long for them: when an edit
+    // holds either past a quarter of the buffer, the buffer stays silent and its MIDI plays
+    // at the start of the next one.
     void Process(const float* inLeft, const float* inRight, float* outLeft, float* outRight, int frames,
                  const MidiEvent* events, int numEvents);
 
@@ -71,11 +77,19 @@ public:
 
 private:
     void Dispatch(const MidiEvent& event);
+    // Takes both locks, in the machine's order, giving up after `patienceNs`.
+    bool LockWithin(std::unique_lock<std::recursive_mutex>& machineGuard,
+                    std::unique_lock<std::recursive_mutex>& engineGuard, int64_t patienceNs);
+    void Render(const float* inLeft, const float* inRight, float* outLeft, float* outRight, int frames,
+                const MidiEvent* events, int numEvents);
 
     mi& machine;
     LiveHost& host;
     long tickCountdown = 0;  // frames to the next Tick
     float interleaved[2 * kMaxFrames] = {};
+    // MIDI of skipped buffers, waiting for the next one that plays.
+    MidiEvent pending[kMaxMidiEventsPerBuffer];
+    int numPending = 0;
 };
 
 }  // namespace live

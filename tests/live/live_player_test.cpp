@@ -8,12 +8,16 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <new>
+#include <thread>
 
 #include "app/patch_load.h"
 #include "app/render.h"
+#include "document/vrok_doc.h"
+#include "engine/vrok_instance.h"
 #include "machine/machine.h"
 
 namespace {
@@ -169,6 +173,43 @@ TEST(LivePlayer, EveryMessageKindAllocatesNothing) {
     counting = false;
     EXPECT_EQ(allocations, 0);
     EXPECT_GT(player.meter.longestCallbackNs.load(), 0) << "the callback's time is measured";
+}
+
+// An edit that holds the engine for long (here half a second) must not hold up the
+// callback: the buffer stays silent, and the note sent with it sounds at the start of the
+// next buffer instead of being lost.
+TEST(LivePlayer, LongEditSkipsTheBufferAndKeepsItsNotes) {
+    live::LiveHost host(kRate, 0);
+    mi machine(host);
+    machine.Init(nullptr);
+    app::LoadPatch(machine, VROK_EXAMPLES_DIR "/click.vrkx");
+    live::LivePlayer player(machine, host);
+    live::MidiEvent note;
+    note.frame = 100;
+    note.size = 3;
+    note.bytes[0] = 0x90;
+    note.bytes[1] = 60;
+    note.bytes[2] = 100;
+    std::vector<float> left(256), right(256);
+
+    std::atomic<bool> holding{false};
+    std::thread edit([&] {
+        std::lock_guard guard(machine.document->engine->lock);
+        holding = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    });
+    while (!holding) std::this_thread::yield();
+    const auto started = std::chrono::steady_clock::now();
+    player.Process(nullptr, nullptr, left.data(), right.data(), 256, &note, 1);
+    const auto waited = std::chrono::steady_clock::now() - started;
+    edit.join();
+    EXPECT_LT(waited, std::chrono::milliseconds(250)) << "the callback waited for the edit";
+    EXPECT_EQ(player.meter.skippedBuffers.load(), 1);
+    EXPECT_TRUE(std::all_of(left.begin(), left.end(), [](float x) { return x == 0.0f; }));
+
+    player.Process(nullptr, nullptr, left.data(), right.data(), 256, nullptr, 0);
+    EXPECT_NE(left[0], 0.0f) << "the held-over note clicks at the next buffer's first frame";
+    EXPECT_TRUE(std::all_of(left.begin() + 1, left.end(), [](float x) { return x == 0.0f; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, LivePlayerBuffers,
