@@ -75,16 +75,16 @@ int main(int argc, char** argv) {
     live::PlayOptions play;
     CLI::App* playCommand = app.add_subcommand("play", "Play a patch live through JACK or ALSA; Ctrl-C stops");
     playCommand->add_option("patch", play.patch, "Patch file (.vrkx or .vrk)")->required();
-    playCommand->add_option("--audio", play.audio, "Audio back end: jack or alsa")
+    playCommand->add_option("--audio", play.live.audio, "Audio back end: jack or alsa")
         ->check(CLI::IsMember({"jack", "alsa"}))
         ->capture_default_str();
-    playCommand->add_option("--device", play.device, "JACK server name, or ALSA device name (see vrok devices)");
-    playCommand->add_option("--rate", play.sampleRate, "Sample rate in Hz (default: the device's)")
+    playCommand->add_option("--device", play.live.device, "JACK server name, or ALSA device name (see vrok devices)");
+    playCommand->add_option("--rate", play.live.sampleRate, "Sample rate in Hz (default: the device's)")
         ->check(CLI::Range(8000, 192000));
-    playCommand->add_option("--buffer", play.bufferFrames, "Frames per buffer (default: the device's; 256 on ALSA)")
+    playCommand->add_option("--buffer", play.live.bufferFrames, "Frames per buffer (default: the device's; 256 on ALSA)")
         ->check(CLI::Range(16, 8192));
-    playCommand->add_option("--midi-in", play.midiIn, "MIDI source to connect, by name (see vrok devices); repeatable");
-    playCommand->add_option("--midi-channel", play.midiChannel, "MIDI channel 1..16 to play; 0 takes every channel")
+    playCommand->add_option("--midi-in", play.live.midiIn, "MIDI source to connect, by name (see vrok devices); repeatable");
+    playCommand->add_option("--midi-channel", play.live.midiChannel, "MIDI channel 1..16 to play; 0 takes every channel")
         ->check(CLI::Range(0, 16))
         ->capture_default_str();
     CLI::App* devicesCommand = app.add_subcommand("devices", "List audio devices and MIDI ports for vrok play");

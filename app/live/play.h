@@ -2,18 +2,14 @@
 #pragma once
 
 #include <string>
-#include <vector>
+
+#include "app/live/live_rig.h"
 
 namespace live {
 
 struct PlayOptions {
     std::string patch;
-    std::string audio = "jack";  // "jack" or "alsa"
-    std::string device;          // JACK server or ALSA device; empty: the default
-    int sampleRate = 0;          // 0: the device's
-    int bufferFrames = 0;        // 0: the device's (JACK) or 256 (ALSA)
-    std::vector<std::string> midiIn;
-    int midiChannel = 0;  // 0: every channel, else 1..16
+    LiveOptions live;
 };
 
 // Plays until SIGINT or SIGTERM (exit status 0) or until the device or server goes away
