@@ -13,12 +13,17 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <functional>
+#include <iterator>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <thread>
 
+#include "g/bitmap.h"
+#include "g/theme.h"
 #include "jack_probe.h"
 
 namespace {
@@ -375,6 +380,54 @@ TEST_F(LiveJack, UnusableDevicesEndWithOneMessage) {
         EXPECT_EQ(output.find("playing"), std::string::npos) << output;
         EXPECT_FALSE(probe::PortExists("vrok:midi_in")) << "a client was left behind";
     }
+}
+
+// The editor plays while it edits: the computer keyboard's piano is heard through the
+// device, and the top bar carries the meter, which a silent editor does not draw. Needs
+// an X server (the test runs under xvfb-run) and xdotool.
+TEST_F(LiveJack, EditorPlaysItsPianoAndShowsTheMeter) {
+    if (!std::getenv("DISPLAY") || std::system("command -v xdotool >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "needs an X display and xdotool";
+    const std::string playing = kWork + "/edit_playing.png", silent = kWork + "/edit_silent.png";
+    Child edit(
+        {kVrok, "edit", Patch("click.vrkx"), "--audio", "jack", "--screenshot", playing, "--after", "2500"},
+        kWork + "/edit.log");
+    jack = std::make_unique<JackProbe>();
+    ASSERT_TRUE(jack->ConnectToVrok(20.0)) << edit.Output();
+    // Z and X on the piano while the probe records; the click example sounds one sample
+    // for each note.
+    std::thread keys([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        std::system("xdotool mousemove 300 400 click 1 sleep 0.2 key z sleep 0.3 key x >/dev/null 2>&1");
+    });
+    const Recording r = jack->Run({}, int(1.5 * kRate));
+    keys.join();
+    ASSERT_TRUE(edit.Wait(20.0)) << "the editor did not end after its screenshot";
+    EXPECT_EQ(edit.status, 0) << edit.Output();
+    EXPECT_NE(edit.Output().find("longest callback"), std::string::npos) << edit.Output();
+    const long clicks = std::count_if(r.left.begin(), r.left.end(), [](float x) { return x != 0.0f; });
+    EXPECT_EQ(clicks, 2) << "two piano keys, two clicks";
+
+    Child quiet({kVrok, "edit", Patch("click.vrkx"), "--screenshot", silent, "--after", "500"},
+                kWork + "/quiet.log");
+    ASSERT_TRUE(quiet.Wait(20.0));
+    ASSERT_EQ(quiet.status, 0) << quiet.Output();
+    // The meter stands right-aligned before the buttons, in the top bar's middle stretch.
+    auto inkInMeterArea = [](const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        const std::unique_ptr<G::Bitmap> image =
+            G::DecodePng(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+        if (!image) return -1;
+        const uint8_t* background = image->Row(9) + 450 * image->bytesPerPixel;
+        int ink = 0;
+        for (int y = 2; y < 16; ++y)
+            for (int x = 450; x < 690; ++x)
+                ink += std::memcmp(image->Row(y) + x * image->bytesPerPixel, background, 3) != 0;
+        return ink;
+    };
+    EXPECT_GT(inkInMeterArea(playing), 50) << "no meter in the playing editor's top bar";
+    EXPECT_EQ(inkInMeterArea(silent), 0) << "a silent editor draws no meter";
 }
 
 // A server of its own, at another rate, so the others' server keeps running. The engine
