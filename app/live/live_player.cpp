@@ -77,7 +77,13 @@ void LivePlayer::Process(const float* inLeft, const float* inRight, float* outLe
     const int64_t bufferNs = rate > 0 ? int64_t(frames) * 1'000'000'000 / rate : 0;
     std::unique_lock machineGuard(machine.machineLock, std::defer_lock);
     std::unique_lock engineGuard(machine.document->engine->lock, std::defer_lock);
-    if (LockWithin(machineGuard, engineGuard, bufferNs / 4)) {
+    const bool locked = LockWithin(machineGuard, engineGuard, bufferNs / 4);
+    const int64_t waitedNs =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started)
+            .count();
+    if (waitedNs > meter.longestWaitNs.load(std::memory_order_relaxed))
+        meter.longestWaitNs.store(waitedNs, std::memory_order_relaxed);
+    if (locked) {
         // What waited from skipped buffers plays first, at frame 0.
         if (numPending > 0) {
             for (int i = 0; i < numPending; ++i) Dispatch(pending[i]);

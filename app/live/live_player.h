@@ -48,6 +48,8 @@ constexpr int kMaxMidiEventsPerBuffer = 512;
 // callback, and the back end's under-run notices), read by anyone.
 struct LoadMeter {
     std::atomic<int64_t> longestCallbackNs{0};
+    // Of that, the longest time spent waiting for an edit to let go of the patch.
+    std::atomic<int64_t> longestWaitNs{0};
     // Time spent in the callback over the buffer's length, smoothed over about a second.
     std::atomic<float> load{0.0f};
     std::atomic<int> underruns{0};

@@ -56,11 +56,13 @@ std::string LiveRig::Describe() const {
 
 std::string LiveRig::Summary() const {
     const double bufferMs = 1000.0 * backend->BufferFrames() / backend->SampleRate();
-    char text[200];
+    char text[256];
     std::snprintf(text, sizeof text,
-                  "longest callback %.3f ms of a %.3f ms buffer; %d under-runs; %d buffers skipped",
+                  "longest callback %.3f ms of a %.3f ms buffer (waiting for edits at most %.3f ms); %d under-runs; "
+                  "%d buffers skipped",
                   double(player->meter.longestCallbackNs.load()) * 1e-6, bufferMs,
-                  player->meter.underruns.load(), player->meter.skippedBuffers.load());
+                  double(player->meter.longestWaitNs.load()) * 1e-6, player->meter.underruns.load(),
+                  player->meter.skippedBuffers.load());
     return text;
 }
 

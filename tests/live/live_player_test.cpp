@@ -205,6 +205,8 @@ TEST(LivePlayer, LongEditSkipsTheBufferAndKeepsItsNotes) {
     edit.join();
     EXPECT_LT(waited, std::chrono::milliseconds(250)) << "the callback waited for the edit";
     EXPECT_EQ(player.meter.skippedBuffers.load(), 1);
+    // It waited its quarter of the 5.8 ms buffer before giving up, and the meter says so.
+    EXPECT_GE(player.meter.longestWaitNs.load(), 1'400'000);
     EXPECT_TRUE(std::all_of(left.begin(), left.end(), [](float x) { return x == 0.0f; }));
 
     player.Process(nullptr, nullptr, left.data(), right.data(), 256, nullptr, 0);
