@@ -118,6 +118,9 @@ void VrokInstance::AllSoundOff() {
     AllNotesOff();
     for (int k = 0; k < orderCount; ++k) blocks[order[k]]->Reset();
     std::fill(std::begin(voiceActive), std::end(voiceActive), uint8_t(0));
+    // Reset is what a block gets when it leaves the chain, and some blocks (the scopes)
+    // change their polyphony there; the walk puts every flag back. It allocates nothing.
+    RebuildOrder();
 }
 
 void VrokInstance::SetVoiceCount(int count, bool isMonophonic) {

@@ -83,8 +83,9 @@ public:
     void NoteOnInternal(int note, int velocity, bool returning);
     void NoteOffInternal(int note);
     void AllNotesOff();
-    // Releases every key, then resets every block and frees every voice, so nothing rings
-    // on: the MIDI "all sound off". Master effect tails are left to fade.
+    // Releases every key, then resets every block in the chain (filters forget their state)
+    // and frees every voice: the MIDI "all sound off". Master effect tails are left to fade.
+    // Allocation-free, so the audio thread may call it.
     void AllSoundOff();
     void SetVoiceCount(int count, bool monophonic);
     void SetArpeggiatorActive(bool on);
