@@ -453,6 +453,10 @@ TEST(LiveJackServer, PlaysInTuneAtTheServersRateAndEndsWhenItGoesAway) {
         EXPECT_NE(play.Output().find("went away"), std::string::npos) << play.Output();
         EXPECT_NE(play.Output().find("at 48000 Hz"), std::string::npos) << play.Output();
     }
+    // The killed server left its slot in JACK's registry of servers; a server of the same
+    // name takes it over, and quitting properly gives it back.
+    Server cleanup(ServerName("gone"), kOtherRate);
+    EXPECT_TRUE(cleanup.WaitUntilUp());
 }
 
 }  // namespace
