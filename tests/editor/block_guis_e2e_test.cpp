@@ -2,14 +2,20 @@
 // a block of every kind with a GUI of its own. xdotool presses the waveshaper's "invert" and
 // draws a stroke in the custom envelope; the screenshot must then show, in each GUI's drawing
 // area, what the same editor draws off screen after the same changes, and no area is blank.
+// Then the same patch plays live on a private dummy JACK server and the displays must move.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -22,6 +28,8 @@
 #include "g/button.h"
 #include "g/theme.h"
 #include "g/widget_probes.h"
+
+extern char** environ;
 
 namespace {
 
@@ -101,6 +109,7 @@ TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachI
     for (int i = 0; i < 200 && ReadAll(log).find("ready") == std::string::npos; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     ASSERT_NE(ReadAll(log).find("ready"), std::string::npos) << ReadAll(log);
+    EXPECT_EQ(ReadAll(log).find("warning"), std::string::npos) << "the example loads whole: " << ReadAll(log);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     Xdotool("mousemove " + std::to_string(invert.x + invert.w / 2) + " " +
             std::to_string(invert.y + invert.h / 2) + " sleep 0.2 click 1 sleep 0.2");
@@ -132,6 +141,87 @@ TEST(BlockGuisEndToEnd, EveryGuiDrawsOnScreenWhatTheEditorDrawsAndGesturesReachI
         EXPECT_GE(colours.size(), 3u) << name << " is blank";  // more than a fill and a frame
         EXPECT_LE(differing, r.w * r.h / 50) << name << ": the screen differs from the editor's drawing";
     }
+}
+
+// Bright pixels (any channel above 0xC0) in a display's area of the screenshot, leaving out
+// the rows within `centre` of its middle: a trace or bar that has moved off its rest.
+int LitAwayFromCentre(const G::Bitmap& shot, const G::Rect& r, int centre) {
+    int n = 0;
+    for (int py = 1; py < r.h - 1; ++py) {
+        if (std::abs(py - r.h / 2) <= centre) continue;
+        for (int px = 1; px < r.w - 1; ++px) {
+            const uint32_t p = ShotPixel(shot, r.x + px, r.y + py);
+            n += std::max({p >> 16, (p >> 8) & 0xFF, p & 0xFF}) > 0xC0;
+        }
+    }
+    return n;
+}
+
+// The same example played through a JACK server of the test's own (the dummy driver, no sound
+// card): with two keys of the computer keyboard held, the screenshot shows the scope's trace
+// off its centre line, the spectrum's bars and the VU bar up, where the silent run showed them
+// at rest.
+TEST(BlockGuisEndToEnd, DisplaysMoveWhileThePatchPlaysLive) {
+    if (std::system("command -v jackd >/dev/null 2>&1") != 0) GTEST_SKIP() << "jackd is not installed";
+    const fs::path dir = fs::temp_directory_path() / "vrok-block-guis-live";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    const std::string server = "vrokguis" + std::to_string(::getpid());
+    // Spawned and reaped here, so that no server outlives the test.
+    struct Server {
+        pid_t pid = -1;
+        ~Server() {
+            if (pid > 0) kill(pid, SIGTERM), waitpid(pid, nullptr, 0);
+        }
+    } jackd;
+    {
+        std::vector<std::string> args = {
+            "jackd", "-n", server, "--no-realtime", "--sync", "-d", "dummy", "-r", "44100", "-p", "256"};
+        std::vector<char*> argv;
+        for (auto& a : args) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        const std::string out = (dir / "jackd.txt").string();
+        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
+        ASSERT_EQ(posix_spawnp(&jackd.pid, "jackd", &actions, nullptr, argv.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    setenv("JACK_DEFAULT_SERVER", server.c_str(), 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+
+    const std::string patch = std::string(VROK_SOURCE_DIR) + "/examples/block_guis.vrkx";
+    Editor e;
+    ASSERT_TRUE(e.doc.LoadFile(patch));
+    e.Paint();
+    std::map<std::string, G::Rect> displays;
+    for (auto& record : e.doc.patchBlocks)
+        if (auto* g = dynamic_cast<editor::DisplayBlockGui*>(e.WindowOf(record.get())))
+            displays[g->title] = InWindow(g->area);
+    ASSERT_TRUE(displays.count("Scope") && displays.count("Spectrum") && displays.count("VU-meter"));
+
+    const fs::path shot = dir / "live.png";
+    const fs::path log = dir / "out.txt";
+    const std::string command = std::string(VROK_BINARY) + " edit '" + patch +
+                                "' --audio jack --screenshot '" + shot.string() + "' --after 2500 > '" +
+                                log.string() + "' 2>&1 &";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    for (int i = 0; i < 200 && ReadAll(log).find("ready") == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_NE(ReadAll(log).find("playing through JACK"), std::string::npos) << ReadAll(log);
+    // A click on empty canvas gives the editor the keys; Z and B are C and G.
+    Xdotool("mousemove 450 560 click 1 sleep 0.2 keydown z sleep 0.2 keydown b");
+    for (int i = 0; i < 200 && ReadAll(log).find("Screenshot") == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    Xdotool("keyup z keyup b");
+    ASSERT_NE(ReadAll(log).find("Screenshot"), std::string::npos) << ReadAll(log);
+    const std::string png = ReadAll(shot);
+    auto bitmap = G::DecodePng(reinterpret_cast<const uint8_t*>(png.data()), png.size());
+    ASSERT_NE(bitmap, nullptr);
+    EXPECT_GT(LitAwayFromCentre(*bitmap, displays["Scope"], 3), 20) << "the scope's trace moved";
+    EXPECT_GT(LitAwayFromCentre(*bitmap, displays["Spectrum"], 0), 20) << "spectrum bars stand";
+    EXPECT_GT(LitAwayFromCentre(*bitmap, displays["VU-meter"], 0), 0) << "the VU bar is up";
 }
 
 }  // namespace
