@@ -14,6 +14,7 @@
 #endif
 
 #include "blocks/pan_law.h"
+#include "blocks/vector_lanes.h"
 
 // [SECTION] Knee and mixing
 
@@ -78,8 +79,42 @@ float PeakOf(const float* __restrict x, int n, float start) {
     return top;
 }
 
+#if defined(__x86_64__)
+// AccumulateWithPeak eight lanes wide: the same sums, and the same peak, since the largest
+// of a set of magnitudes does not depend on the order they are compared in and maxps
+// skips NaN as the scalar rule does.
+VROK_AVX2 float AccumulateWithPeakEight(float* __restrict mix, const float* __restrict in, int n, float start) {
+    const __m256 magnitude = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
+    __m256 lanes[4];
+    for (__m256& l : lanes) l = _mm256_set1_ps(start);
+    int i = 0;
+    for (; i + 32 <= n; i += 32) {
+        for (int k = 0; k < 4; ++k) {
+            const __m256 sum = _mm256_add_ps(_mm256_loadu_ps(mix + i + 8 * k), _mm256_loadu_ps(in + i + 8 * k));
+            _mm256_storeu_ps(mix + i + 8 * k, sum);
+            lanes[k] = _mm256_max_ps(_mm256_and_ps(sum, magnitude), lanes[k]);
+        }
+    }
+    // The lanes hold no NaN, so folding them with maxps in any order gives their largest;
+    // in registers, since reading back a wide store lane by lane stalls.
+    const __m256 wide = _mm256_max_ps(_mm256_max_ps(lanes[0], lanes[1]), _mm256_max_ps(lanes[2], lanes[3]));
+    __m128 half = _mm_max_ps(_mm256_castps256_ps128(wide), _mm256_extractf128_ps(wide, 1));
+    half = _mm_max_ps(half, _mm_movehl_ps(half, half));
+    half = _mm_max_ss(half, _mm_shuffle_ps(half, half, 1));
+    float top = _mm_cvtss_f32(half);
+    for (; i < n; ++i) {
+        mix[i] += in[i];
+        top = RaisePeak(top, mix[i]);
+    }
+    return top;
+}
+#endif
+
 // Adds `in` to `mix` and returns the largest magnitude of the running sum, at least `start`.
 float AccumulateWithPeak(float* __restrict mix, const float* __restrict in, int n, float start) {
+#if defined(__x86_64__)
+    if (CpuHasAvx2()) return AccumulateWithPeakEight(mix, in, n, start);
+#endif
     float top = start;
     int i = 0;
 #if defined(__SSE2__)

@@ -123,6 +123,7 @@ void VrokInstance::RemoveBlock(CAudioBlock* block) {
 void VrokInstance::ClearPatch() {
     std::lock_guard guard(lock);
     for (Connection& c : connections) c.inUse = false;
+    connectionsEnd = 0;
     for (int slot = 0; slot < kMaxBlocks; ++slot) DeleteBlock(slot);
     std::fill(std::begin(extKnobPresent), std::end(extKnobPresent), 0);
     // Rebuilt once the table is empty, so no slot of a deleted block stays in `order`.
@@ -163,6 +164,7 @@ Connection* VrokInstance::Connect(int from, int to, int port) {
                                     [](const Connection& c) { return !c.inUse; });
     if (free == std::end(connections) || PathExists(to, from)) return nullptr;
     *free = Connection{from, to, port, 1.0f, true};
+    connectionsEnd = std::max(connectionsEnd, int(free - connections) + 1);
     CAudioBlock& dest = *blocks[to];
     // Disconnecting leaves these lists stale, so they can fill up even below the wire
     // limit; nothing reads them, and they simply stop growing then.
@@ -395,7 +397,8 @@ void VrokInstance::SumInputs(CAudioBlock& b, int numSamples) {
     // A monophonic block gets every voice of a polyphonic source folded into row 0; a
     // monophonic source's rows are copies, so only its row 0 counts there.
     const bool fold = b.monophonic;
-    for (const Connection& c : connections) {
+    for (int k = 0; k < connectionsEnd; ++k) {
+        const Connection& c = connections[k];
         if (!c.inUse || c.toBlock != b.index) continue;
         const CAudioBlock& source = *blocks[c.fromBlock];
         InputPort& port = *b.ports[c.toPort];

@@ -134,6 +134,9 @@ public:
     CAudioBlock* blocks[kMaxBlocks] = {};
     int order[kMaxBlocks] = {};
     Connection connections[kMaxConnections];
+    // One past the highest entry of `connections` ever used since the last ClearPatch: no
+    // wire lies beyond, so the per-buffer walk stops here.
+    int connectionsEnd = 0;
     int orderCount = 0;
     int voiceNote[kMaxVoices];
     float portamentoFrom[kMaxVoices] = {};

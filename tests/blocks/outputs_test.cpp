@@ -79,14 +79,25 @@ TEST(OutputsWork, PeakAndMeter) {
     EXPECT_FLOAT_EQ(pan.GetLevel(), 0.75f * 0.25f);
     EXPECT_EQ(mono.peak, 0.0f);
 
-    // The peak sees every sample, inside the wide loop and in the tail, and skips NaN: a
-    // NaN later in the same lane must not wipe out the peak found there.
+    // The peak sees every sample, inside the wide loops (4 or 8 lanes) and in the tail, and
+    // skips NaN: a NaN later in the same lane must not wipe out the peak found there.
     for (CAudioBlock* b : {static_cast<CAudioBlock*>(&mono), static_cast<CAudioBlock*>(&pan)}) {
-        for (int at : {3, 20, 36}) {
-            const int nan = at + 16 < 37 ? at + 16 : 5;
-            Step(*b, 37, 1, [&] { Feed(*b, 0, 0, 37, [=](int i) { return i == at ? -0.9f : i == nan ? NAN : 0.1f; }); });
-            EXPECT_EQ(b == &mono ? mono.peak : pan.peak, 0.9f) << b->name << " at " << at;
+        for (int n : {37, 256}) {
+            for (int at : {3, 20, 36, 100, 255}) {
+                if (at >= n) continue;
+                auto x = [=](int i) { return i == at ? -0.9f : (i == at + 16 || i == at + 32 || i == 5) ? NAN : 0.1f; };
+                Step(*b, n, 1, [&] { Feed(*b, 0, 0, n, x); });
+                EXPECT_EQ(b == &mono ? mono.peak : pan.peak, 0.9f) << b->name << " at " << at << " of " << n;
+            }
         }
+    }
+
+    // The mono mix is each sample's plain sum of the voices, in voice order.
+    auto voice = [](int v) { return [v](int i) { return std::sin(0.37f * float(i) + float(v)) * float(v + 1); }; };
+    Step(mono, 256, 3, [&] { for (int v = 0; v < 3; ++v) Feed(mono, 0, v, 256, voice(v)); });
+    for (int i = 0; i < 256; ++i) {
+        const float expected = (voice(0)(i) + voice(1)(i)) + voice(2)(i);
+        ASSERT_EQ(mono.mixBuffer[i], expected) << i;
     }
 }
 
