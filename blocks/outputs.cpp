@@ -30,12 +30,6 @@ float OutputKnee(float s, float scale) {
 
 namespace {
 
-// Adds the knee-shaped mix to one host row. `gain` is volume squared.
-void MixInto(float* __restrict row, const float* __restrict mix, float gain, float scale, int numSamples) {
-    float level = gain * scale;
-    for (int i = 0; i < numSamples; ++i) row[i] += OutputKnee(level * mix[i], scale);
-}
-
 // The peaks below take the largest magnitude, and a NaN never raises one. The compiler
 // will not vectorise a float max on its own (it must keep NaN order), so the SSE paths
 // spell it out: maxps returns its second operand when either is NaN, which is the scalar
@@ -64,6 +58,41 @@ struct PeakLanes {
     }
 };
 #endif
+
+// Adds OutputKnee(level * mix[i], scale) to row[i] and, when `also` is given, to also[i].
+// Below the knee the shape passes a sample unchanged, so four that all lie there are added
+// as they are, four at a time; any other four take the scalar knee. Either way every
+// sample is the scalar one.
+void AddKneed(float* row, float* also, const float* __restrict mix, float level, float scale, int n) {
+    int i = 0;
+#if defined(__SSE2__)
+    const __m128 levels = _mm_set1_ps(level), knee = _mm_set1_ps(scale);
+    for (; i + 4 <= n; i += 4) {
+        const __m128 s = _mm_mul_ps(levels, _mm_loadu_ps(mix + i));
+        // NaN fails the comparison and goes the scalar way.
+        if (_mm_movemask_ps(_mm_cmplt_ps(Magnitude(s), knee)) == 15) {
+            _mm_storeu_ps(row + i, _mm_add_ps(_mm_loadu_ps(row + i), s));
+            if (also) _mm_storeu_ps(also + i, _mm_add_ps(_mm_loadu_ps(also + i), s));
+            continue;
+        }
+        for (int j = i; j < i + 4; ++j) {
+            const float shaped = OutputKnee(level * mix[j], scale);
+            row[j] += shaped;
+            if (also) also[j] += shaped;
+        }
+    }
+#endif
+    for (; i < n; ++i) {
+        const float shaped = OutputKnee(level * mix[i], scale);
+        row[i] += shaped;
+        if (also) also[i] += shaped;
+    }
+}
+
+// Adds the knee-shaped mix to one host row. `gain` is volume squared.
+void MixInto(float* __restrict row, const float* __restrict mix, float gain, float scale, int numSamples) {
+    AddKneed(row, nullptr, mix, gain * scale, scale, numSamples);
+}
 
 // Largest magnitude in x[0..n), at least `start`.
 float PeakOf(const float* __restrict x, int n, float start) {
@@ -182,12 +211,7 @@ void COutputBlock::OutputWork(StereoBuffers buffers, int numSamples, float scale
     if (disconnected || peak == 0.0f || numSamples == 0) return;
     float v = values[0];
     float gain = v * v;
-    float level = gain * scale;
-    for (int i = 0; i < numSamples; ++i) {
-        float shaped = OutputKnee(level * mixBuffer[i], scale);
-        buffers.left[i] += shaped;
-        buffers.right[i] += shaped;
-    }
+    AddKneed(buffers.left, buffers.right, mixBuffer, gain * scale, scale, numSamples);
 }
 
 // [SECTION] CPanOutputBlock

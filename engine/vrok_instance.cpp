@@ -74,6 +74,7 @@ bool VrokInstance::InsertBlock(int type, int slot, int* outSlot) {
         extKnobSlot[knob] = slot;
     }
     blocks[slot] = block;
+    blocksEnd = std::max(blocksEnd, slot + 1);
     block->posX = int(placement() % unsigned(std::max(1, 800 - block->width)));
     block->posY = 596 - block->height;
     return true;
@@ -125,6 +126,7 @@ void VrokInstance::ClearPatch() {
     for (Connection& c : connections) c.inUse = false;
     connectionsEnd = 0;
     for (int slot = 0; slot < kMaxBlocks; ++slot) DeleteBlock(slot);
+    blocksEnd = 0;
     std::fill(std::begin(extKnobPresent), std::end(extKnobPresent), 0);
     // Rebuilt once the table is empty, so no slot of a deleted block stays in `order`.
     RebuildOrder();
@@ -335,7 +337,8 @@ void VrokInstance::Render(StereoBuffers buffers, int numSamples) {
     if (numSamples <= 0 || numSamples > kMaxFrames) return;
     std::lock_guard guard(lock);
     int numWorkers = 0;
-    for (CAudioBlock* b : blocks) {
+    for (int slot = 0; slot < blocksEnd; ++slot) {
+        CAudioBlock* b = blocks[slot];
         if (!b) continue;
         b->visited = false;
         if (b->hasOutputWork) outputWorkers[numWorkers++] = b;
@@ -438,8 +441,8 @@ void VrokInstance::RetireVoices() {
 
 void VrokInstance::RunInputs(StereoBuffers buffers, int numSamples) {
     if (numSamples <= 0 || numSamples > kMaxFrames) return;
-    for (CAudioBlock* b : blocks)
-        if (b && b->hasInputWork) b->InputWork(buffers, numSamples, kHostScale);
+    for (int slot = 0; slot < blocksEnd; ++slot)
+        if (CAudioBlock* b = blocks[slot]; b && b->hasInputWork) b->InputWork(buffers, numSamples, kHostScale);
 }
 
 void VrokInstance::ChangeSampleRate(float rate) {

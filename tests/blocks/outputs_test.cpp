@@ -61,6 +61,29 @@ TEST(OutputsWork, VolumeKneeAndUntouchedRows) {
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(kept.left[i] == 7.0f && kept.right[i] == 7.0f) << i;
 }
 
+TEST(OutputsWork, EverySampleIsTheKneeOfItsOwnValue) {
+    // Runs of four below the knee take a fast path; any four with one sample at or past
+    // it, or NaN, take the knee sample by sample. Both must give the knee's own values.
+    COutputBlock out(&Engine(1), kRate);
+    out.SetParameter(0, 0.8f);
+    const float level = 0.8f * 0.8f * kHostScale;
+    for (int n : {256, 37}) {
+        auto x = [](int i) { return i == 77 || i == 13 ? NAN : 2.5f * std::sin(0.05f * float(i)); };
+        Step(out, n, 1, [&] { Feed(out, 0, 0, n, x); });
+        Host host(3.0f);
+        out.OutputWork(host.Buffers(), n, kHostScale);
+        for (int i = 0; i < n; ++i) {
+            const float expected = 3.0f + OutputKnee(level * x(i), kHostScale);
+            if (std::isnan(expected)) {
+                EXPECT_TRUE(std::isnan(host.left[i]) && std::isnan(host.right[i])) << i;
+                continue;
+            }
+            ASSERT_EQ(host.left[i], expected) << n << " " << i;
+            ASSERT_EQ(host.right[i], expected) << n << " " << i;
+        }
+    }
+}
+
 TEST(OutputsWork, PeakAndMeter) {
     COutputBlock mono(&Engine(2), kRate);
     CPanOutputBlock pan(&Engine(2), kRate);
