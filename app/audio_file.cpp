@@ -157,8 +157,12 @@ bool StereoWavWriter::Write(const float* interleaved, long frames) {
         const long take = std::min(frames, long(kFramesPerWrite) - pendingFrames);
         const size_t at = size_t(pendingFrames) * 2;
         switch (format) {
-            case SampleFormat::Pcm16: clipped += ToIntegers(interleaved, take * 2, pendingShorts.data() + at); break;
-            case SampleFormat::Pcm24: clipped += ToIntegers(interleaved, take * 2, pendingInts.data() + at); break;
+            case SampleFormat::Pcm16:
+                clipped += ToIntegers(interleaved, take * 2, pendingShorts.data() + at);
+                break;
+            case SampleFormat::Pcm24:
+                clipped += ToIntegers(interleaved, take * 2, pendingInts.data() + at);
+                break;
             case SampleFormat::Float:
                 clipped += CountOutside(interleaved, take * 2);
                 std::copy_n(interleaved, take * 2, pendingFloats.data() + at);
@@ -176,9 +180,15 @@ bool StereoWavWriter::Flush() {
     const sf_count_t frames = pendingFrames;
     sf_count_t written = 0;
     switch (format) {
-        case SampleFormat::Pcm16: written = sf_writef_short(file, pendingShorts.data(), frames); break;
-        case SampleFormat::Pcm24: written = sf_writef_int(file, pendingInts.data(), frames); break;
-        case SampleFormat::Float: written = sf_writef_float(file, pendingFloats.data(), frames); break;
+        case SampleFormat::Pcm16:
+            written = sf_writef_short(file, pendingShorts.data(), frames);
+            break;
+        case SampleFormat::Pcm24:
+            written = sf_writef_int(file, pendingInts.data(), frames);
+            break;
+        case SampleFormat::Float:
+            written = sf_writef_float(file, pendingFloats.data(), frames);
+            break;
     }
     pendingFrames = 0;
     if (written != frames) error = sf_strerror(file);

@@ -135,7 +135,9 @@ RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const Re
         // Only a render without a set length stops on silence.
         if (totalFrames < 0 && frame >= last) {
             int i = n;
-            while (i > 0 && std::fabs(buffer[2 * i - 2]) < kSilence && std::fabs(buffer[2 * i - 1]) < kSilence) --i;
+            while (i > 0 && std::fabs(buffer[2 * i - 2]) < kSilence &&
+                   std::fabs(buffer[2 * i - 1]) < kSilence)
+                --i;
             silentRun = i == 0 ? silentRun + n : n - i;
         }
         frame = end;

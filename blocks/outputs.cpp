@@ -112,14 +112,16 @@ float PeakOf(const float* __restrict x, int n, float start) {
 // AccumulateWithPeak eight lanes wide: the same sums, and the same peak, since the largest
 // of a set of magnitudes does not depend on the order they are compared in and maxps
 // skips NaN as the scalar rule does.
-VROK_AVX2 float AccumulateWithPeakEight(float* __restrict mix, const float* __restrict in, int n, float start) {
+VROK_AVX2 float AccumulateWithPeakEight(float* __restrict mix, const float* __restrict in, int n,
+                                        float start) {
     const __m256 magnitude = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
     __m256 lanes[4];
     for (__m256& l : lanes) l = _mm256_set1_ps(start);
     int i = 0;
     for (; i + 32 <= n; i += 32) {
         for (int k = 0; k < 4; ++k) {
-            const __m256 sum = _mm256_add_ps(_mm256_loadu_ps(mix + i + 8 * k), _mm256_loadu_ps(in + i + 8 * k));
+            const __m256 sum =
+                _mm256_add_ps(_mm256_loadu_ps(mix + i + 8 * k), _mm256_loadu_ps(in + i + 8 * k));
             _mm256_storeu_ps(mix + i + 8 * k, sum);
             lanes[k] = _mm256_max_ps(_mm256_and_ps(sum, magnitude), lanes[k]);
         }

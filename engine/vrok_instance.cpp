@@ -442,7 +442,8 @@ void VrokInstance::RetireVoices() {
 void VrokInstance::RunInputs(StereoBuffers buffers, int numSamples) {
     if (numSamples <= 0 || numSamples > kMaxFrames) return;
     for (int slot = 0; slot < blocksEnd; ++slot)
-        if (CAudioBlock* b = blocks[slot]; b && b->hasInputWork) b->InputWork(buffers, numSamples, kHostScale);
+        if (CAudioBlock* b = blocks[slot]; b && b->hasInputWork)
+            b->InputWork(buffers, numSamples, kHostScale);
 }
 
 void VrokInstance::ChangeSampleRate(float rate) {

@@ -26,7 +26,9 @@ struct NoteCacheHeader {
     uint64_t checksum;
 };
 constexpr NoteCacheHeader kNoteCacheHeader = {
-    {'V', 'r', 'o', 'k', 'N', 'o', 't', 'e'}, {kNumWaveforms, NoteTables::kCount, kWaveTableLength, 0x01020304u}, 0};
+    {'V', 'r', 'o', 'k', 'N', 'o', 't', 'e'},
+    {kNumWaveforms, NoteTables::kCount, kWaveTableLength, 0x01020304u},
+    0};
 // Cents per table: the sine has no harmonics to lose, so a few tables do.
 constexpr int kCentsPerTable[kNumWaveforms] = {2400, 100, 100, 100};
 

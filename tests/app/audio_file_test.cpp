@@ -1,5 +1,7 @@
 // The WAV writer converts to integers itself: its files must equal, byte for byte, what
 // libsndfile makes from the same floats, in every format, across the flush boundary.
+#include "app/audio_file.h"
+
 #include <gtest/gtest.h>
 #include <sndfile.h>
 #include <unistd.h>
@@ -10,8 +12,6 @@
 #include <iterator>
 #include <limits>
 #include <random>
-
-#include "app/audio_file.h"
 
 namespace {
 
@@ -40,9 +40,17 @@ void WriteThroughLibrary(const fs::path& path, const std::vector<float>& samples
 // through the rounding points of both grids, and noise; long enough to flush twice.
 std::vector<float> Samples(long* outside) {
     const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-    std::vector<float> samples = {0.0f, -0.0f, 1.0f, -1.0f, 0.5f, 1.0000001f, -1.0000001f, 0.99999994f,
-                                  -0.99999994f, 2.0f, -3.0f, 1e30f, -1e30f, inf, -inf, nan, -nan,
-                                  0.5f / 32768, 1.5f / 32768, -0.5f / 32768, -1.5f / 32768, 32767.5f / 32768};
+    std::vector<float> samples = {0.0f,          -0.0f,
+                                  1.0f,          -1.0f,
+                                  0.5f,          1.0000001f,
+                                  -1.0000001f,   0.99999994f,
+                                  -0.99999994f,  2.0f,
+                                  -3.0f,         1e30f,
+                                  -1e30f,        inf,
+                                  -inf,          nan,
+                                  -nan,          0.5f / 32768,
+                                  1.5f / 32768,  -0.5f / 32768,
+                                  -1.5f / 32768, 32767.5f / 32768};
     for (int i = -70000; i < 70000; ++i) samples.push_back(float(i) / 65536.0f);
     for (int i = -70000; i < 70000; ++i) samples.push_back(float(i) / (65536.0f * 256.0f));
     std::mt19937 random(7);

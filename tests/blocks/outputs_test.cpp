@@ -108,7 +108,9 @@ TEST(OutputsWork, PeakAndMeter) {
         for (int n : {37, 256}) {
             for (int at : {3, 20, 36, 100, 255}) {
                 if (at >= n) continue;
-                auto x = [=](int i) { return i == at ? -0.9f : (i == at + 16 || i == at + 32 || i == 5) ? NAN : 0.1f; };
+                auto x = [=](int i) {
+                    return i == at ? -0.9f : (i == at + 16 || i == at + 32 || i == 5) ? NAN : 0.1f;
+                };
                 Step(*b, n, 1, [&] { Feed(*b, 0, 0, n, x); });
                 EXPECT_EQ(b == &mono ? mono.peak : pan.peak, 0.9f) << b->name << " at " << at << " of " << n;
             }
@@ -116,7 +118,9 @@ TEST(OutputsWork, PeakAndMeter) {
     }
 
     // The mono mix is each sample's plain sum of the voices, in voice order.
-    auto voice = [](int v) { return [v](int i) { return std::sin(0.37f * float(i) + float(v)) * float(v + 1); }; };
+    auto voice = [](int v) {
+        return [v](int i) { return std::sin(0.37f * float(i) + float(v)) * float(v + 1); };
+    };
     Step(mono, 256, 3, [&] { for (int v = 0; v < 3; ++v) Feed(mono, 0, v, 256, voice(v)); });
     for (int i = 0; i < 256; ++i) {
         const float expected = (voice(0)(i) + voice(1)(i)) + voice(2)(i);
