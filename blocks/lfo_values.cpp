@@ -224,7 +224,7 @@ CAftertouchBlock::CAftertouchBlock(VrokInstance* engine, float sampleRate) : CAu
 
 void CAftertouchBlock::PrepareBlock(int numSamples) {
     CAudioBlock::PrepareBlock(numSamples);
-    knobValue = engine->aftertouch.load(std::memory_order_relaxed);
+    knobValue = engine->aftertouch;
 }
 
 void CAftertouchBlock::Work(int voice, int numSamples) { FillActive(*this, voice, numSamples, knobValue); }
@@ -236,7 +236,7 @@ CModWheelBlock::CModWheelBlock(VrokInstance* engine, float sampleRate) : CAudioB
 
 void CModWheelBlock::PrepareBlock(int numSamples) {
     CAudioBlock::PrepareBlock(numSamples);
-    knobValue = engine->modWheel.load(std::memory_order_relaxed);
+    knobValue = engine->modWheel;
 }
 
 void CModWheelBlock::Work(int voice, int numSamples) { FillActive(*this, voice, numSamples, knobValue); }

@@ -112,10 +112,10 @@ public:
     int noteVelocity[kNumNotes] = {};
     float bend = 0.0f;  // no input changes it yet; the term stays where a wheel would act
     float bendRange = 2.0f;
-    // Channel pressure and mod wheel, 0..1, from whatever plays the machine; the blocks that
-    // follow them read these once per sample block.
-    std::atomic<float> aftertouch{0.0f};
-    std::atomic<float> modWheel{0.0f};
+    // The performer's mod wheel and channel aftertouch, 0..1, for the blocks that read them.
+    // Written by the machine's MIDI input; read without the lock (a float store is whole).
+    float modWheel = 0.0f;
+    float aftertouch = 0.0f;
     float transpose = 0.0f;
     float portamentoLength = 14700.0f;
     float portamentoRate = 1.0f / 14700.0f;
