@@ -191,6 +191,10 @@ constexpr double kVowelTable[kVowels][CFormantBlock::kOrder + 1] = {
      -35.12454591, 8.338655623, -0.910251753},
 };
 
+// Far above any level a signal of full scale reaches inside the filter (about 2e-4), and
+// about 50 at the output.
+constexpr float kRunaway = 0.01f;
+
 int VowelIndex(float v) { return std::clamp(int(v * 4.0f), 0, kVowels - 1); }
 }  // namespace
 
@@ -235,8 +239,9 @@ void CFormantBlock::Work(int voice, int numSamples) {
         double sum = double(in[i]) * 3.0517578e-05 * e[0];
         for (int k = 0; k < kOrder; ++k) sum += e[k + 1] * h[k];
         float s = float(sum);
-        if (!std::isfinite(s)) {
-            // A NaN or infinity fed in would ring in the histories for good.
+        if (!(std::fabs(s) < kRunaway)) {
+            // Blends between "A" and "U" around the middle put poles outside the unit
+            // circle, and a NaN fed in would ring for good: start the filter over.
             std::fill_n(h, kOrder, 0.0);
             s = 0.0f;
         }
