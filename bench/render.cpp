@@ -41,8 +41,9 @@ void BM_SixteenOscVoicesIntoOutput(benchmark::State& state) {
 BENCHMARK(BM_SixteenOscVoicesIntoOutput);
 
 // The subtractive voice: saw into a low-pass (resonance about a quarter) into an amplifier
-// driven by an envelope, 16 voices, each note retriggered every half second.
-void BM_SubtractiveSixteenVoices(benchmark::State& state) {
+// driven by an envelope, 16 voices, each note retriggered every half second. Modulated,
+// an LFO sweeps the cutoff and a tracked delay rings after the amplifier.
+void RenderSubtractive(benchmark::State& state, bool modulated) {
     VrokInstance engine(CreateBlock);
     int osc = -1, filter = -1, amp = -1, envelope = -1, out = -1;
     engine.InsertBlock(4, -1, &osc);
@@ -59,7 +60,18 @@ void BM_SubtractiveSixteenVoices(benchmark::State& state) {
     engine.Connect(osc, filter, 0);
     engine.Connect(filter, amp, 0);
     engine.Connect(envelope, amp, 1);
-    engine.Connect(amp, out, 0);
+    if (modulated) {
+        int lfo = -1, delay = -1;
+        engine.InsertBlock(3, -1, &lfo);
+        engine.InsertBlock(20, -1, &delay);
+        engine.blocks[lfo]->SetParameter(1, 0.5f);    // a quarter of the cutoff range either way
+        engine.blocks[delay]->SetParameter(1, 0.6f);  // feedback 0.97
+        engine.Connect(lfo, filter, 1);
+        engine.Connect(amp, delay, 0);
+        engine.Connect(delay, out, 0);
+    } else {
+        engine.Connect(amp, out, 0);
+    }
     engine.RebuildOrder();
     engine.SetVoiceCount(16, false);
     // Half a second is 86 blocks of 256 frames; the notes start a block apart and are let go
@@ -88,7 +100,11 @@ void BM_SubtractiveSixteenVoices(benchmark::State& state) {
     state.counters["voice_sample"] =
         benchmark::Counter(frames * 16, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
+
+void BM_SubtractiveSixteenVoices(benchmark::State& state) { RenderSubtractive(state, false); }
+void BM_ModulatedSixteenVoices(benchmark::State& state) { RenderSubtractive(state, true); }
 BENCHMARK(BM_SubtractiveSixteenVoices);
+BENCHMARK(BM_ModulatedSixteenVoices);
 
 // Each construction also builds the note tables, since no other engine lives meanwhile.
 void ConstructEngines(benchmark::State& state, bool withCache) {

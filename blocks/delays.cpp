@@ -18,26 +18,25 @@
 VoiceDelayLine::VoiceDelayLine(float sampleRate)
     : size(std::max(4, int(sampleRate * 1.01f))), data(std::make_unique<float[]>(size_t(size))) {}
 
-float VoiceDelayLine::Read(double d) const {
-    // Held within one line length either way, so one add or subtract wraps the position.
+void VoiceDelayLine::Locate(double d, int* slot, float* fraction) const {
+    // Held within one line length either way, so one add or subtract wraps the position;
+    // NaN fails both tests and reads at the write position.
     const double limit = double(size);
-    d = d > -limit ? (d < limit ? d : limit) : -limit;
+    d = d > -limit ? (d < limit ? d : limit) : (d <= -limit ? -limit : 0.0);
     double q = double(write) - d;
     if (q < 0.0) q += limit;
     if (q >= limit) q -= limit;
-    int i = int(std::floor(q));
-    const float t = float(q - double(i));
+    int i = int(q);  // q is not negative: truncation is the floor
+    *fraction = float(q - double(i));
     if (i >= size) i -= size;  // a tiny negative q rounds up to the end
-    const float ym = data[i == 0 ? size - 1 : i - 1];
-    const float y0 = data[i];
-    const int i1 = i + 1 < size ? i + 1 : 0;
-    const int i2 = i + 2 < size ? i + 2 : 0;
-    const float y1 = data[i1];
-    const float y2 = data[i2];
-    return (((1.5f * (y0 - y1) + 0.5f * (y2 - ym)) * t + (ym - 2.5f * y0 + 2.0f * y1 - 0.5f * y2)) * t +
-            0.5f * (y1 - ym)) *
-               t +
-           y0;
+    *slot = i;
+}
+
+float VoiceDelayLine::Read(double d) const {
+    int i;
+    float t;
+    Locate(d, &i, &t);
+    return ReadAt(i, t);
 }
 
 // [SECTION] CDelayBlock
@@ -137,6 +136,10 @@ void CDelayBlock::Run(int voice, const float* in, int numSamples) {
     BiquadRecord& section = sections[voice];
     const float* timeMod = Counts(*this, kTimePort, voice) ? ports[kTimePort]->buffer[voice] : nullptr;
     const float* feedbackMod = Counts(*this, kFeedbackPort, voice) ? ports[kFeedbackPort]->buffer[voice] : nullptr;
+    if (!timeMod && rampCount[voice] == 0 && !filtered) {
+        RunSteady(voice, in, feedbackMod, currentDelay[voice], numSamples);
+        return;
+    }
     const float feedback = feedbackGain.load(std::memory_order_relaxed);
     float* out = output[voice];
     bool warned = false;
@@ -164,6 +167,50 @@ void CDelayBlock::Run(int voice, const float* in, int numSamples) {
         }
         line.Write(stored);
         out[i] = y;
+    }
+}
+
+void CDelayBlock::RunSteady(int voice, const float* in, const float* feedbackMod, float d, int numSamples) {
+    VoiceDelayLine& line = *lines[voice];
+    if (d <= 0.0f) Log(0, "negative delay?? ");
+    int slot;
+    float t;
+    line.Locate(d, &slot, &t);
+    // How far the writes run ahead of the reads. A stretch shorter than that never reads a
+    // slot it writes itself, so reading all of it before storing gives the same samples.
+    int gap = line.write - slot;
+    if (gap <= 0) gap += line.size;
+    const float feedback = feedbackGain.load(std::memory_order_relaxed);
+    float* out = output[voice];
+    float* data = line.data.get();
+    int k = 0;
+    while (k < numSamples) {
+        const int run = std::min({numSamples - k, line.size - line.write, line.size - 2 - slot, gap - 3});
+        if (slot == 0 || run < 4) {
+            // Near an end of the line, or a delay of a few samples: one sample the plain way.
+            const float y = line.ReadAt(slot, t);
+            const float g = feedbackMod ? std::clamp(feedbackMod[k] + feedback, -1.0f, 1.0f) : feedback;
+            float stored = y * g + (in ? in[k] : 0.0f);
+            if (stored > -kFlushLevel && stored < kFlushLevel) stored = 0.0f;
+            line.Write(stored);
+            out[k] = y;
+            if (++slot == line.size) slot = 0;
+            ++k;
+            continue;
+        }
+        const float* r = data + slot;
+        float* y = out + k;
+        for (int j = 0; j < run; ++j) y[j] = VoiceDelayLine::Cubic(r[j - 1], r[j], r[j + 1], r[j + 2], t);
+        float* w = data + line.write;
+        for (int j = 0; j < run; ++j) {
+            const float g = feedbackMod ? std::clamp(feedbackMod[k + j] + feedback, -1.0f, 1.0f) : feedback;
+            const float stored = y[j] * g + (in ? in[k + j] : 0.0f);
+            w[j] = stored > -kFlushLevel && stored < kFlushLevel ? 0.0f : stored;
+        }
+        line.write += run;
+        if (line.write == line.size) line.write = 0;
+        slot += run;
+        k += run;
     }
 }
 

@@ -20,6 +20,22 @@ struct VoiceDelayLine {
     // last slot the farthest one reads slot 0, not slot 1. Delays beyond the line are held
     // inside it; NaN reads at the write position.
     float Read(double d) const;
+    // Read at slot `i` with fraction `t`, neighbours wrapped as Read does.
+    float ReadAt(int i, float t) const {
+        const float ym = data[i == 0 ? size - 1 : i - 1];
+        const float y0 = data[i];
+        const float y1 = data[i + 1 < size ? i + 1 : 0];
+        const float y2 = data[i + 2 < size ? i + 2 : 0];
+        return Cubic(ym, y0, y1, y2, t);
+    }
+    static float Cubic(float ym, float y0, float y1, float y2, float t) {
+        return (((1.5f * (y0 - y1) + 0.5f * (y2 - ym)) * t + (ym - 2.5f * y0 + 2.0f * y1 - 0.5f * y2)) * t +
+                0.5f * (y1 - ym)) *
+                   t +
+               y0;
+    }
+    // Slot and fraction of a read `d` behind the write position.
+    void Locate(double d, int* slot, float* fraction) const;
     // Stores `value` at the write position and moves on.
     void Write(float value) {
         data[write] = value;
@@ -68,6 +84,10 @@ protected:
 private:
     // The sample loop of Work; `in` null feeds silence.
     void Run(int voice, const float* in, int numSamples);
+    // Run's samples while the delay holds still: the read slot moves with the write slot
+    // and the fraction stays, so stretches away from the line's ends read first and store
+    // after, which the compiler can vectorise. The same samples as the general loop.
+    void RunSteady(int voice, const float* in, const float* feedbackMod, float d, int numSamples);
 };
 
 // The line tuned to the voice's note: "Time" is an offset of -12..12 semitones, and a new
