@@ -135,7 +135,8 @@ void CDelayBlock::Run(int voice, const float* in, int numSamples) {
     VoiceDelayLine& line = *lines[voice];
     BiquadRecord& section = sections[voice];
     const float* timeMod = Counts(*this, kTimePort, voice) ? ports[kTimePort]->buffer[voice] : nullptr;
-    const float* feedbackMod = Counts(*this, kFeedbackPort, voice) ? ports[kFeedbackPort]->buffer[voice] : nullptr;
+    const float* feedbackMod =
+        Counts(*this, kFeedbackPort, voice) ? ports[kFeedbackPort]->buffer[voice] : nullptr;
     if (!timeMod && rampCount[voice] == 0 && !filtered) {
         RunSteady(voice, in, feedbackMod, currentDelay[voice], numSamples);
         return;
@@ -256,7 +257,8 @@ void CTrackDelayBlock::SetNote(float notePitch, float, int voice) {
 }
 
 void CTrackDelayBlock::Retune(int voice) {
-    const float frequency = 440.0f * std::exp2((pitch[voice] - 70.0f + (values[kTime] - 0.5f) * 24.0f) / 12.0f);
+    const float frequency =
+        440.0f * std::exp2((pitch[voice] - 70.0f + (values[kTime] - 0.5f) * 24.0f) / 12.0f);
     const float delay = sampleRate / frequency;
     delaySamples.store(delay, std::memory_order_relaxed);
     const int rampLength = int(sampleRate * 0.0125f);

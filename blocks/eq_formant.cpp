@@ -22,7 +22,8 @@ struct EqRows {
         for (int b = 0; b < CEqBlock::kBands; ++b) {
             const float freq = (float(b) + 0.5f) / 3.0f;
             rows[4 * b + kBandType] = {"TYPE", ParamKind::ButtonStrip, 0.0f, ValueText::Custom};
-            rows[4 * b + kBandFreq] = {"Freq", ParamKind::Slider, freq > 1.0f ? 1.0f : freq, ValueText::Custom};
+            rows[4 * b + kBandFreq] = {"Freq", ParamKind::Slider, freq > 1.0f ? 1.0f : freq,
+                                       ValueText::Custom};
             rows[4 * b + kBandWidth] = {"Width", ParamKind::Slider, 0.5f, ValueText::Custom};
             rows[4 * b + kBandGain] = {"dB", ParamKind::Slider, 0.5f, ValueText::Custom};
         }
@@ -124,10 +125,14 @@ void CEqBlock::ParameterChanged(int index) {
 
 std::string CEqBlock::DescribeValue(int index, float value) {
     switch (index % 4) {
-        case kBandFreq: return FormatSignificant(FrequencyHz(value), 3) + " Hz";
-        case kBandWidth: return FormatSignificant(EqWidth(value), 3);
-        case kBandGain: return FormatSignificant(EqGainDb(value), 3) + " dB";
-        default: return {};
+        case kBandFreq:
+            return FormatSignificant(FrequencyHz(value), 3) + " Hz";
+        case kBandWidth:
+            return FormatSignificant(EqWidth(value), 3);
+        case kBandGain:
+            return FormatSignificant(EqGainDb(value), 3) + " dB";
+        default:
+            return {};
     }
 }
 

@@ -45,7 +45,8 @@ constexpr float kFollowerCutoff = 5.0f;
 constexpr int kHoldSamples = 100;
 }  // namespace
 
-CEnvelopeFollower::CEnvelopeFollower(VrokInstance* engine, float sampleRate) : CAudioBlock(engine, sampleRate) {
+CEnvelopeFollower::CEnvelopeFollower(VrokInstance* engine, float sampleRate)
+    : CAudioBlock(engine, sampleRate) {
     hasAudioInput = true;
     std::fill(std::begin(detectors), std::end(detectors), LevelDetector(kFollowerCutoff, sampleRate));
     ConfigureFromRows(kEnvFollowerRows, 1, kCategoryControllers, "EnvTrigger");
@@ -129,7 +130,8 @@ constexpr ParamRow kDynFollowerRows[kFollowerParamCount] = {
 constexpr float kDynamicsCutoff = 15.0f;
 }  // namespace
 
-CDynamicsFollower::CDynamicsFollower(VrokInstance* engine, float sampleRate) : CAudioBlock(engine, sampleRate) {
+CDynamicsFollower::CDynamicsFollower(VrokInstance* engine, float sampleRate)
+    : CAudioBlock(engine, sampleRate) {
     hasAudioInput = true;
     std::fill(std::begin(detectors), std::end(detectors), LevelDetector(kDynamicsCutoff, sampleRate));
     ConfigureFromRows(kDynFollowerRows, 1, kCategoryControllers, "Dyn. Follower");
@@ -176,8 +178,10 @@ void CDynamicsFollower::Work(int voice, int numSamples) {
         const float x = hasInput ? in[i] * gain : 0.0f;
         level = detector.Step(x * x);
         const float t = std::max((level - threshold) * range, 0.0f);
-        if (t > e) e = std::min(e + up, t);
-        else if (t < e) e = std::max(e + down, t);
+        if (t > e)
+            e = std::min(e + up, t);
+        else if (t < e)
+            e = std::max(e + down, t);
         out[i] = scale * e;
     }
     envelope[voice] = e;

@@ -55,7 +55,8 @@ void CLFOBlock::ParameterChanged(int index) {
     } else if (index == kAmp) {
         amplitude.store(v * v, std::memory_order_relaxed);
     } else if (index == kShape) {
-        waveform.store(std::clamp(int(std::nearbyint(v * 3.0f)), 0, kNumWaveforms - 1), std::memory_order_relaxed);
+        waveform.store(std::clamp(int(std::nearbyint(v * 3.0f)), 0, kNumWaveforms - 1),
+                       std::memory_order_relaxed);
     }
 }
 
@@ -73,9 +74,9 @@ void CLFOBlock::Work(int voice, int numSamples) {
     const bool ampWired = PortConnected(kAmpPort);
     if (ampWired && !PortHasData(kAmpPort, voice)) return;
     const float* ampMod = ampWired ? ports[kAmpPort]->buffer[voice] : nullptr;
-    const float* freqMod =
-        PortConnected(kFrequencyPort) && PortHasData(kFrequencyPort, voice) ? ports[kFrequencyPort]->buffer[voice]
-                                                                            : nullptr;
+    const float* freqMod = PortConnected(kFrequencyPort) && PortHasData(kFrequencyPort, voice)
+                               ? ports[kFrequencyPort]->buffer[voice]
+                               : nullptr;
     const float* table = NoteTables::Get(waveform.load(std::memory_order_relaxed), 0);
     const uint32_t increment = phaseIncrement.load(std::memory_order_relaxed);
     uint32_t p = phase[voice];

@@ -24,7 +24,8 @@ std::vector<float> ImpulseResponse(CDelayBlock& delay, int blocks, int voice = 0
         Step(delay, kMaxFrames, voice + 1, [&] {
             if (b == 0) Feed(delay, 0, voice, kMaxFrames, [](int i) { return i == 0 ? 1.0f : 0.0f; });
         });
-        for (int i = 0; i < kMaxFrames; ++i) out.push_back(delay.active[voice] ? delay.output[voice][i] : 0.0f);
+        for (int i = 0; i < kMaxFrames; ++i)
+            out.push_back(delay.active[voice] ? delay.output[voice][i] : 0.0f);
     }
     return out;
 }
@@ -87,7 +88,9 @@ TEST(VoiceDelayLineRead, IntegerDelaysAreExactAndTheFarNeighbourWrapsToSlotZero)
     const float ym = 1.0f, y0 = 2.0f, y1 = 3.0f, y2 = 3.0f, t = 0.5f;
     const float expected =
         (((1.5f * (y0 - y1) + 0.5f * (y2 - ym)) * t + (ym - 2.5f * y0 + 2.0f * y1 - 0.5f * y2)) * t +
-         0.5f * (y1 - ym)) * t + y0;
+         0.5f * (y1 - ym)) *
+            t +
+        y0;
     EXPECT_FLOAT_EQ(line.Read(-100.5), expected);
     // Delays past the line, and NaN, still read inside it.
     EXPECT_TRUE(std::isfinite(line.Read(1e9)));
@@ -116,8 +119,8 @@ TEST(DelayTime, ImpulseComesBackAfterTheAskedSamples) {
 
 TEST(DelayTail, FeedbackDecaysAndThenTheVoiceGoesSilent) {
     CDelayBlock delay(&Engine(), kRate);
-    delay.SetParameter(0, 0.0f);    // 48 samples
-    delay.SetParameter(1, 0.5f);    // gain 0.495
+    delay.SetParameter(0, 0.0f);  // 48 samples
+    delay.SetParameter(1, 0.5f);  // gain 0.495
     Settle(delay);
     const float tail = -6.9077554f / std::log(0.495f) * 48.0f + 48.0f;
     const std::vector<float> out = ImpulseResponse(delay, 12);
@@ -154,7 +157,8 @@ TEST(DelayTail, QuietFeedbackIsFlushedToExactZero) {
     const std::vector<float> out = ImpulseResponse(delay, 1);
     (void)out;
     // Values below 2^-20 go into the line as 0: feed a tiny impulse into a fresh voice.
-    Step(delay, kMaxFrames, 2, [&] { Feed(delay, 0, 1, kMaxFrames, [](int i) { return i == 0 ? 1e-7f : 0.0f; }); });
+    Step(delay, kMaxFrames, 2,
+         [&] { Feed(delay, 0, 1, kMaxFrames, [](int i) { return i == 0 ? 1e-7f : 0.0f; }); });
     for (int b = 0; b < 2; ++b) {
         Step(delay, kMaxFrames, 2);
         for (int i = 0; i < kMaxFrames; ++i) ASSERT_EQ(delay.output[1][i], 0.0f);
@@ -228,7 +232,8 @@ TEST(FilterDelay, RingsAndDiesAwayWithoutBlowingUp) {
         float early = 0.0f, late = 0.0f;
         for (size_t i = 0; i < out.size(); ++i) {
             ASSERT_TRUE(std::isfinite(out[i]));
-            (i < out.size() / 2 ? early : late) = std::max(i < out.size() / 2 ? early : late, std::fabs(out[i]));
+            (i < out.size() / 2 ? early : late) =
+                std::max(i < out.size() / 2 ? early : late, std::fabs(out[i]));
         }
         EXPECT_GT(early, 0.0f) << cutoff;
         EXPECT_LT(late, early) << cutoff;
@@ -256,7 +261,8 @@ TEST(DelaySteadyRun, MatchesTheSampleBySampleLoopBitForBit) {
                 Feed(plain, 1, 0, n, Const(0.0f));
             });
             Step(stretched, n, 1, [&] { Feed(stretched, 0, 0, n, [&](int i) { return x[size_t(i)]; }); });
-            for (int i = 0; i < n; ++i) ASSERT_EQ(plain.output[0][i], stretched.output[0][i]) << time << " " << b;
+            for (int i = 0; i < n; ++i)
+                ASSERT_EQ(plain.output[0][i], stretched.output[0][i]) << time << " " << b;
         }
     }
 }

@@ -101,7 +101,8 @@ TEST(DynamicsFollowerWork, SlewsTowardTheScaledLevelAboveTheThreshold) {
     follower.SetParameter(1, 0.0f);  // 1/64 per sample up
     const float up = 1.0f / float(EnvelopeLengthSamples(0.0f, kRate));
     // A steady level of 0.4 (constant input 0.4, pregain 2 -> 0.8... so feed 0.2).
-    for (int b = 0; b < 200; ++b) Step(follower, kMaxFrames, 1, [&] { Feed(follower, 0, 0, kMaxFrames, Const(0.2f)); });
+    for (int b = 0; b < 200; ++b)
+        Step(follower, kMaxFrames, 1, [&] { Feed(follower, 0, 0, kMaxFrames, Const(0.2f)); });
     EXPECT_NEAR(follower.output[0][kMaxFrames - 1], (0.4f - 0.2f) * 2.5f, 1e-3f);
     // Below the threshold it slews back down to 0, never below.
     for (int b = 0; b < 400; ++b) Drive(follower, 1, 0.0f);
@@ -109,7 +110,8 @@ TEST(DynamicsFollowerWork, SlewsTowardTheScaledLevelAboveTheThreshold) {
     EXPECT_EQ(follower.active[0], 1);
     // A step up is limited to the attack slope per sample.
     Step(follower, kMaxFrames, 1, [&] { Feed(follower, 0, 0, kMaxFrames, Const(2.0f)); });
-    for (int i = 1; i < kMaxFrames; ++i) ASSERT_LE(follower.output[0][i] - follower.output[0][i - 1], up * 1.001f);
+    for (int i = 1; i < kMaxFrames; ++i)
+        ASSERT_LE(follower.output[0][i] - follower.output[0][i - 1], up * 1.001f);
     // No room above the threshold: the scale keeps its last value.
     follower.SetParameter(4, 0.0f);
     EXPECT_FLOAT_EQ(follower.rangeScale.load(), 2.5f);
@@ -122,7 +124,8 @@ TEST(VuTrackerWork, RingsDownAfterTheInputAndPeakModeHasNoFactor) {
     mean.SetParameter(0, 0.0f);  // a 64-sample time constant
     peak.SetParameter(0, 0.0f);
     for (CVUTrackerBlock* t : {&mean, &peak})
-        for (int b = 0; b < 100; ++b) Step(*t, kMaxFrames, 1, [&] { Feed(*t, 0, 0, kMaxFrames, Const(0.5f)); });
+        for (int b = 0; b < 100; ++b)
+            Step(*t, kMaxFrames, 1, [&] { Feed(*t, 0, 0, kMaxFrames, Const(0.5f)); });
     EXPECT_NEAR(mean.output[0][0], 0.5f * 1.7f, 1e-3f);
     EXPECT_NEAR(peak.output[0][0], 0.5f, 1e-3f);
     int blocks = 0;

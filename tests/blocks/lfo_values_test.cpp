@@ -36,10 +36,11 @@ TEST(ControlSourcesTable, NamesCategoriesAndPolyphony) {
         int parameters, ports;
         bool polyFromShared;  // IsPolyphonic(false)
     };
-    for (const Row& row : {Row{3, "LFO", 3, 2, false}, Row{35, "|Random", 0, 0, true}, Row{8, "Knob", 1, 0, false},
-                           Row{13, "ExtKnob T", 1, 0, false}, Row{31, "ExtKnob T", 1, 0, false},
-                           Row{17, "|Velocity", 0, 0, true}, Row{33, "|Keytrack", 128, 0, true},
-                           Row{48, "|Aftertouch", 0, 0, false}, Row{47, "|ModWheel", 0, 0, false}}) {
+    for (const Row& row :
+         {Row{3, "LFO", 3, 2, false}, Row{35, "|Random", 0, 0, true}, Row{8, "Knob", 1, 0, false},
+          Row{13, "ExtKnob T", 1, 0, false}, Row{31, "ExtKnob T", 1, 0, false},
+          Row{17, "|Velocity", 0, 0, true}, Row{33, "|Keytrack", 128, 0, true},
+          Row{48, "|Aftertouch", 0, 0, false}, Row{47, "|ModWheel", 0, 0, false}}) {
         std::unique_ptr<CAudioBlock> block(CreateBlock(Engine(), row.type, kRate));
         ASSERT_TRUE(block) << row.type;
         EXPECT_EQ(block->name, row.name);
@@ -88,7 +89,8 @@ TEST(LfoShape, EachWaveformHasItsSignature) {
         float stored;
         const char* shape;
     };
-    for (const Case& c : {Case{0.0f, "sine"}, Case{0.33f, "triangle"}, Case{0.66f, "saw"}, Case{1.0f, "pulse"}}) {
+    for (const Case& c :
+         {Case{0.0f, "sine"}, Case{0.33f, "triangle"}, Case{0.66f, "saw"}, Case{1.0f, "pulse"}}) {
         CLFOBlock lfo(&Engine(), kSlowRate);
         lfo.SetParameter(0, 1.0f);
         lfo.SetParameter(1, 0.5f);  // amplitude 0.25
