@@ -163,6 +163,31 @@ TEST_F(AppCommandLine, ModulationExamplesPlayAndThePluckTunesToItsNote) {
     }
 }
 
+TEST_F(AppCommandLine, ModWheelAndAftertouchReachTheirBlocks) {
+    // A sine whose level is the mod wheel (or the aftertouch): silent until the controller
+    // moves half a second in, then sounding.
+    for (const auto& [type, option] : {std::pair{47, std::string("--cc 1=127@0.5")},
+                                       std::pair{48, std::string("--aftertouch 127@0.5")}}) {
+        const fs::path patch = dir / "wheel.vrkx", wav = dir / "wheel.wav";
+        std::ofstream(patch) << "<storables>\n<BLOCK ID=\"1\" TYPE=\"4\" POS=\"0\" P2=\"0\" />\n"
+                                "<BLOCK ID=\"2\" TYPE=\"0\" POS=\"1\" P0=\"1\" />\n<BLOCK ID=\"3\" TYPE=\""
+                             << type
+                             << "\" POS=\"2\" />\n<CONNECTION ID=\"4\" FROM=\"0\" TO=\"1\" INPUTID=\"0\" />\n"
+                                "<CONNECTION ID=\"5\" FROM=\"2\" TO=\"0\" INPUTID=\"1\" />\n</storables>\n";
+        ASSERT_EQ(Vrok("render " + patch.string() + " --play A4@0-1 --seconds 1 " + option + " -o " + wav.string()),
+                  0)
+            << err;
+        int rate = 0;
+        const std::vector<float> audio = ReadWav(wav, &rate);
+        float before = 0.0f, after = 0.0f;
+        for (size_t i = 0; i < audio.size() / 2; ++i)
+            (i < size_t(rate) / 2 ? before : after) =
+                std::max(i < size_t(rate) / 2 ? before : after, std::fabs(audio[2 * i]));
+        EXPECT_EQ(before, 0.0f) << option;
+        EXPECT_GT(after, 0.1f) << option;
+    }
+}
+
 TEST_F(AppCommandLine, ConvertWritesStableXmlAndReadsTheBinaryFormat) {
     const fs::path first = dir / "first.vrkx", second = dir / "second.vrkx";
     ASSERT_EQ(Vrok("convert " VROK_EXAMPLES_DIR "/sine_a4.vrkx " + first.string()), 0) << err;
