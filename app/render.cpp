@@ -38,8 +38,9 @@ Schedule BuildSchedule(const RenderPlan& plan, int sampleRate, double samplesPer
     for (const MidiNoteEvent& event : plan.midiNotes)
         schedule.midi.push_back({FrameOf(event.seconds, sampleRate), event});
     // On one frame releases go first, so a note that ends where it starts again sounds.
-    std::stable_sort(schedule.midi.begin(), schedule.midi.end(), [](const auto& a, const auto& b) {
-        return a.frame != b.frame ? a.frame < b.frame : (a.event.velocity == 0 && b.event.velocity != 0);
+    auto isRelease = [](const MidiNoteEvent& e) { return e.kind == MidiEventKind::Note && e.velocity == 0; };
+    std::stable_sort(schedule.midi.begin(), schedule.midi.end(), [&](const auto& a, const auto& b) {
+        return a.frame != b.frame ? a.frame < b.frame : (isRelease(a.event) && !isRelease(b.event));
     });
 
     std::vector<const NoteSpec*> notes;
@@ -114,7 +115,11 @@ RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const Re
         }
         for (; nextMidi < schedule.midi.size() && schedule.midi[nextMidi].frame <= frame; ++nextMidi) {
             const MidiNoteEvent& event = schedule.midi[nextMidi].event;
-            machine.MidiNote(event.channel, event.note, event.velocity);
+            switch (event.kind) {
+                case MidiEventKind::Note: machine.MidiNote(event.channel, event.note, event.velocity); break;
+                case MidiEventKind::Control: machine.MidiControlChange(event.channel, event.note, event.velocity); break;
+                case MidiEventKind::Pressure: machine.MidiChannelPressure(event.channel, event.velocity); break;
+            }
         }
 
         long end = std::min({frame + kMaxFrames, endFrame, TickFrame(tick, samplesPerTick)});
