@@ -105,6 +105,10 @@ public:
     int noteVelocity[kNumNotes] = {};
     float bend = 0.0f;  // no input changes it yet; the term stays where a wheel would act
     float bendRange = 2.0f;
+    // The host's mod wheel and channel aftertouch, 0..1, for the blocks that follow them.
+    // Written by the machine's audio thread, read by blocks once per sample block.
+    float modWheel = 0.0f;
+    float aftertouch = 0.0f;
     float transpose = 0.0f;
     float portamentoLength = 14700.0f;
     float portamentoRate = 1.0f / 14700.0f;

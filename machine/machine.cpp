@@ -292,29 +292,29 @@ void mi::Save(machine::DataOutput* output) {
     WriteUint32(*output, uint32_t(windowHeight));
 }
 
-void mi::ReloadState(machine::DataInput* input) {
-    if (!input) return;
+bool mi::ReloadState(machine::DataInput* input) {
+    if (!input) return false;
     std::lock_guard guard(machineLock);
-    RestoreState(*input);
+    return RestoreState(*input);
 }
 
-void mi::RestoreState(machine::DataInput& input) {
+bool mi::RestoreState(machine::DataInput& input) {
     uint32_t length = 0;
     if (!ReadUint32(input, length)) {
         Log(1, "saved state is empty; keeping the patch");
-        return;
+        return false;
     }
     if (length > kMaxStateText) {
         Log(1, "saved state has an impossible length; keeping the patch");
-        return;
+        return false;
     }
     std::string text;
     if (!ReadText(input, length, text)) {
         Log(1, "saved state is cut short; keeping the patch");
-        return;
+        return false;
     }
     // Text without a "storables" root leaves the patch as it was; an empty text is such.
-    document->ReadXml(text);
+    const bool read = document->ReadXml(text);
 
     uint32_t width = 0, height = 0;
     if (ReadUint32(input, width) && ReadUint32(input, height)) {
@@ -328,6 +328,7 @@ void mi::RestoreState(machine::DataInput& input) {
         Log(1, "saved state lacks the window size");
     }
     UpdateTitle();
+    return read;
 }
 
 // [SECTION] commands and editor

@@ -122,8 +122,9 @@ public:
 
     // [Extension]
     void SetEditorHidden(bool hidden);
-    // Init's restore without its one-time steps.
-    void ReloadState(machine::DataInput* input);
+    // Init's restore without its one-time steps. True when the stream held a patch that
+    // replaced the old one; otherwise the patch stays as it was.
+    bool ReloadState(machine::DataInput* input);
 
     // [Shared with editor and tools]
     // Loads a ".vrkx" file, or failing that a ".vrk" file, under the machine lock. False
@@ -170,8 +171,9 @@ public:
 
 private:
     // Shared by Init and ReloadState; the caller holds the machine lock. A short or
-    // oversized stream leaves the patch as it was.
-    void RestoreState(machine::DataInput& input);
+    // oversized stream leaves the patch as it was, and so does text that is not a patch:
+    // both give false.
+    bool RestoreState(machine::DataInput& input);
     static bool OnDoubleClick(void* parameter);
     static bool OnRename(void* parameter);
 
