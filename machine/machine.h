@@ -40,8 +40,8 @@ public:
     virtual void Resize(mi& machine, int width, int height) = 0;
     virtual void SetTitle(mi& machine, const std::string& title) = 0;
     // A file picked by the user, or empty when cancelled or impossible.
-    virtual std::string AskOpenFile(mi& machine, const std::string& title, const std::string& defaultExtension,
-                                    const std::string& filterName) = 0;
+    virtual std::string AskOpenFile(mi& machine, const std::string& title,
+                                    const std::string& defaultExtension, const std::string& filterName) = 0;
 };
 
 // Stands in while no editor is built: every request logs that none is available and
@@ -104,6 +104,10 @@ public:
     // True when the buffer carries sound. Audio thread; machine lock; allocates nothing,
     // except on a change of the host's rate, which rebuilds the master effects first.
     bool Work(float* samples, int numSamples, int mode);
+    // Work's first step: a host rate other than the last one seen rebuilds the master
+    // effects and sends every global setting again, which releases all notes. A host that
+    // delivers notes before Work calls it first, so those notes survive.
+    void FollowSampleRate(const machine::MasterInfo& master);
     // Renders into `output` (interleaved stereo), ignoring `input` and `mode`, with no
     // InputWork. Audio thread; machine lock.
     bool WorkMonoToStereo(const float* input, float* output, int numSamples, int mode);

@@ -186,20 +186,18 @@ void Plugin::Activate() {
     if (!Valid()) return;
     FreeRetired();
     TakePending();
-    // A fresh start: no notes, no tails, the pedal up, the knobs as the ports say.
-    mi& machine = Machine();
-    std::lock_guard guard(machine.machineLock);
-    VrokInstance& engine = *machine.document->engine;
-    const float rate = float(sampleRate.load());
-    machine.hostSampleRate = rate;
-    engine.ChangeSampleRate(rate);
-    machine.document->ReapplyGlobals();
-    engine.AllNotesOff();
-    engine.SetBend(0.0f);
-    engine.modWheel = 0.0f;
-    engine.aftertouch = 0.0f;
-    sustainDown = false;
-    std::fill(std::begin(sustained), std::end(sustained), false);
+    // A fresh start: the patch built anew from itself, so no oscillator phase, note, tail
+    // or pedal carries over from before, and the knobs as the ports say.
+    StringOutput saved;
+    current->machine->Save(&saved);
+    auto rebuilt = NewPatch(false);
+    BytesInput input(saved.bytes.data(), saved.bytes.size());
+    rebuilt->machine->ReloadState(&input);
+    rebuilt->file = current->file;
+    Adopt(std::move(rebuilt));
+    TakePending();
+    FreeRetired();
+    beatsPerMinute.store(120.0);
     ApplyKnobs(true);
 }
 
@@ -254,10 +252,10 @@ void Plugin::FreeRetiredLocked() {
     delete old;
 }
 
-void Plugin::TakePending() {
+bool Plugin::TakePending() {
     // One machine set aside at a time: the next waits until the last is freed.
-    if (!pending.load(std::memory_order_acquire) || retired.load(std::memory_order_acquire)) return;
-    if (!swapLock.try_lock()) return;
+    if (!pending.load(std::memory_order_acquire) || retired.load(std::memory_order_acquire)) return false;
+    if (!swapLock.try_lock()) return false;
     Patch* patch = pending.exchange(nullptr, std::memory_order_acq_rel);
     if (patch) {
         retired.store(current, std::memory_order_release);
@@ -265,16 +263,12 @@ void Plugin::TakePending() {
         generation.fetch_add(1, std::memory_order_acq_rel);
     }
     swapLock.unlock();
-    if (!patch) return;
+    if (!patch) return false;
     // The new machine has never heard the knobs or the pedal.
     ApplyKnobs(true);
     sustainDown = false;
     std::fill(std::begin(sustained), std::end(sustained), false);
-    if (!current->file.empty()) NotifyPatchFile();
-    if (schedule) {
-        const uint32_t message = kWorkFree;
-        schedule->schedule_work(schedule->handle, sizeof message, &message);
-    }
+    return true;
 }
 
 // [SECTION] audio
@@ -286,8 +280,16 @@ void Plugin::Run(uint32_t numFrames) {
         return;
     }
     StartNotify();
-    TakePending();
+    if (TakePending()) {
+        if (!current->file.empty()) NotifyPatchFile();
+        if (schedule) {
+            const uint32_t message = kWorkFree;
+            schedule->schedule_work(schedule->handle, sizeof message, &message);
+        }
+    }
     if (latency) *latency = 0.0f;
+    // A new rate releases every note: follow it before this block's notes arrive.
+    Machine().FollowSampleRate(GetMasterInfo());
     ApplyKnobs(false);
     // Render up to each event, so a note starts at its own frame.
     uint32_t done = 0;
@@ -304,6 +306,7 @@ void Plugin::Run(uint32_t numFrames) {
     }
     Render(done, numFrames);
     if (notifying) lv2_atom_forge_pop(&forge, &notifyFrame);
+    notifying = false;
 }
 
 void Plugin::ApplyKnobs(bool force) {

@@ -137,8 +137,8 @@ private:
     void Adopt(std::unique_ptr<Patch> patch);
     void FreeRetiredLocked();
 
-    // [Audio thread]
-    void TakePending();
+    // [Audio thread] True when a new machine took over.
+    bool TakePending();
     void ApplyKnobs(bool force);
     void Render(uint32_t from, uint32_t to);
     void HandleEvent(const LV2_Atom_Event& event);
