@@ -520,8 +520,9 @@ LV2_State_Status Plugin::Restore(LV2_State_Retrieve_Function retrieve, LV2_State
         Adopt(PatchFromFile(path));
         return LV2_STATE_SUCCESS;
     }
-    lv2_log_warning(&logger, "Vrok: saved state holds no Vrok patch; playing the default patch\n");
-    Adopt(NewPatch(false));
+    // Nothing of ours: a host's empty default state (jalv restores one at start) keeps the
+    // patch that is playing.
+    lv2_log_note(&logger, "Vrok: restored state holds no patch; keeping the patch\n");
     return LV2_STATE_SUCCESS;
 }
 

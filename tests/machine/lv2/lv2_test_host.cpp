@@ -242,7 +242,9 @@ const void* RetrieveValue(LV2_State_Handle handle, uint32_t key, size_t* size, u
         *size = v.value.size();
         *type = v.type;
         *flags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
-        return v.value.data();
+        // An empty value is still a value: never answer it with null.
+        static const uint8_t kNothing = 0;
+        return v.value.empty() ? &kNothing : v.value.data();
     }
     return nullptr;
 }
