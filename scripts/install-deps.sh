@@ -12,6 +12,9 @@ packages=(
   fonts-liberation fonts-dejavu-core xvfb xauth xdotool
   # The tracker the machine libraries are tested in (tests labelled "host").
   buzztrax gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3
+  # The LV2 plug-ins: headers, the lilv test host, Debian's LV2 tools (lv2_validate needs
+  # sordi), and jalv on a JACK server with the dummy driver.
+  lv2-dev liblilv-dev lilv-utils sordi jalv jackd2
 )
 
 missing=()
@@ -27,5 +30,7 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "install-deps: installing ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
+# jackd2 asks whether to raise realtime limits; answer before it can ask.
+echo "jackd2 jackd/tweak_rt_limits boolean false" | $sudo debconf-set-selections
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""The LV2 bundle under Debian's own tools: lv2ls and lv2info list it, lv2_validate checks
-its Turtle against the schemas, lv2apply runs a WAV through the effect, and jalv loads the
-instrument headless on a private JACK server with the dummy driver.
+"""The LV2 bundle under Debian's own tools: lv2ls and lv2info list it in the build tree,
+lv2_validate checks its Turtle against the schemas, `cmake --install` puts it into a
+prefix, lv2apply runs a WAV through the installed effect, and jalv loads the instrument
+headless on a private JACK server with the dummy driver.
 
 Exit 77 (skipped) when a tool is missing. Every path stops what it started.
 """
@@ -143,9 +144,21 @@ def test_jalv(env, work):
         log.close()
 
 
+def install(env, cmake, build_dir, work):
+    prefix = os.path.join(work, "prefix")
+    installed = run(env, cmake, "--install", build_dir, "--prefix", prefix, timeout=120)
+    check(installed.returncode == 0, "cmake --install into a prefix (%s)" % installed.stderr.strip())
+    bundle_dir = os.path.join(prefix, "lib", "lv2")
+    listed = run(dict(env, LV2_PATH=bundle_dir), "lv2ls").stdout.split()
+    check(INSTRUMENT in listed and EFFECT in listed, "the installed bundle lists both plug-ins")
+    return dict(env, LV2_PATH=bundle_dir + ":/usr/lib/lv2")
+
+
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--bundle-dir", required=True, help="the folder holding vrok.lv2")
+    parser.add_argument("--bundle-dir", required=True, help="the folder holding vrok.lv2 in the build tree")
+    parser.add_argument("--build-dir", required=True)
+    parser.add_argument("--cmake", required=True)
     args = parser.parse_args()
     tools = ["lv2ls", "lv2info", "lv2apply", "jalv", "jackd", "jack_wait", "jack_lsp"]
     missing = [t for t in tools if not shutil.which(t)]
@@ -161,8 +174,9 @@ def main():
         env = dict(os.environ, LV2_PATH=args.bundle_dir + ":/usr/lib/lv2", XDG_DATA_HOME=os.path.join(work, "data"),
                    VROK_CACHE_DIR=os.path.join(work, "cache"), HOME=work)
         test_listing(env)
-        test_lv2apply(env, work)
-        test_jalv(env, work)
+        installed = install(env, args.cmake, args.build_dir, work)
+        test_lv2apply(installed, work)
+        test_jalv(installed, work)
     finally:
         shutil.rmtree(work, ignore_errors=True)
     print("%d passed, %d failed" % (len(passed), len(failures)))
