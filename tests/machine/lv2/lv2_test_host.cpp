@@ -27,6 +27,8 @@ bool UsePrivateEnvironment() {
            setenv("XDG_DATA_HOME", VROK_LV2_TEST_PATCHES, 1) == 0;
 }
 
+void (*hostCallHook)(bool entering) = nullptr;
+
 // [Features]
 
 TestFeatures::TestFeatures(float sampleRate, bool withWorker) : rate(sampleRate) {
@@ -73,15 +75,19 @@ int TestFeatures::Printf(LV2_Log_Handle handle, LV2_URID type, const char* forma
 int TestFeatures::VPrintf(LV2_Log_Handle handle, LV2_URID type, const char* format, va_list args) {
     auto* self = static_cast<TestFeatures*>(handle);
     char text[1024];
+    if (hostCallHook) hostCallHook(true);
     const int n = std::vsnprintf(text, sizeof text, format, args);
     if (type == self->Map(LV2_LOG__Warning) || type == self->Map(LV2_LOG__Error))
         self->warnings.push_back(text);
+    if (hostCallHook) hostCallHook(false);
     return n;
 }
 
 LV2_Worker_Status TestFeatures::Schedule(LV2_Worker_Schedule_Handle handle, uint32_t size, const void* data) {
+    if (hostCallHook) hostCallHook(true);
     const auto* bytes = static_cast<const uint8_t*>(data);
     static_cast<TestFeatures*>(handle)->work.emplace_back(bytes, bytes + size);
+    if (hostCallHook) hostCallHook(false);
     return LV2_WORKER_SUCCESS;
 }
 
@@ -168,7 +174,9 @@ void Driver::RunBlock(uint32_t n, const std::vector<const Event*>& events, int64
     auto* out = reinterpret_cast<LV2_Atom_Sequence*>(notify.data());
     out->atom.type = features.Map(LV2_ATOM__Chunk);
     out->atom.size = uint32_t(kAtomBufferBytes - sizeof(LV2_Atom));
+    if (aroundRun) aroundRun(true);
     descriptor->run(handle, n);
+    if (aroundRun) aroundRun(false);
     const auto* worker = static_cast<const LV2_Worker_Interface*>(Extension(LV2_WORKER__interface));
     if (worker) features.RunWork(handle, worker);
 }

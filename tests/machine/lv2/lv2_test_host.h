@@ -22,6 +22,10 @@ namespace lv2test {
 // patch folder at an empty one; call before any plug-in or lilv world is made.
 bool UsePrivateEnvironment();
 
+// Called on entering (true) and leaving (false) the host's log and worker callbacks, whose
+// own allocations a counting test leaves out.
+extern void (*hostCallHook)(bool entering);
+
 class TestFeatures {
 public:
     explicit TestFeatures(float sampleRate = 44100.0f, bool withWorker = true);
@@ -101,6 +105,8 @@ public:
     }
     LV2_Handle Handle() const { return handle; }
 
+    // Called just before and after each run() call, with true and false.
+    void (*aroundRun)(bool starting) = nullptr;
     float knobs[8] = {64, 64, 64, 64, 64, 64, 64, 64};
     float latency = -1.0f;
 
