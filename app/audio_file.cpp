@@ -71,8 +71,10 @@ bool StereoWavWriter::Open(const std::string& destination, int sampleRate, Sampl
         app::RemoveOnInterrupt(nullptr);
         return false;
     }
-    // Integer formats clip rather than wrap.
+    // Integer formats clip rather than wrap. The float format's PEAK chunk carries the time
+    // of writing; without it the same render gives the same bytes.
     sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    sf_command(file, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
     pending.reserve(kFramesPerWrite * 2);
     return true;
 }

@@ -18,6 +18,8 @@
 #include "app/patch_load.h"
 #include "app/progress.h"
 #include "app/render.h"
+#include "app/sample_options.h"
+#include "app/scope_dump.h"
 #include "document/vrok_doc.h"
 #include "engine/vrok_instance.h"
 #include "machine/machine.h"
@@ -134,6 +136,7 @@ int RunRender(const RenderOptions& options) {
 
         // Then the files.
         CheckOutputPlace(options.output);
+        if (!options.scopeDump.empty()) CheckOutputPlace(options.scopeDump);
         if (!options.midiFile.empty()) {
             for (const MidiNoteEvent& event : ReadMidiFile(options.midiFile)) plan.midiNotes.push_back(event);
             if (!plan.seconds && LastEventSeconds(plan) > kMaxRenderSeconds)
@@ -145,6 +148,7 @@ int RunRender(const RenderOptions& options) {
         mi machine(host);
         machine.Init(nullptr);
         PrintWarnings(LoadPatch(machine, options.patch));
+        PrintWarnings(ApplySampleOptions(*machine.document, options.samples, options.sampleRoots));
         if (options.sampleRate != kEngineStartRate) {
             // The machine rebuilds the master effects only when the host's rate changes, and
             // this host starts at its final rate, so they are rebuilt here once.
@@ -162,6 +166,7 @@ int RunRender(const RenderOptions& options) {
         bar.Finish();
         const WriteResult result = writer.Finish();
         if (!result.ok) throw InputError(result.error);
+        if (!options.scopeDump.empty()) WriteScopeDump(*machine.document, options.scopeDump);
 
         const double seconds = double(stats.frames) / double(options.sampleRate);
         std::printf("wrote %s: %.2f s, %d Hz, stereo %s\n", options.output.c_str(), seconds, options.sampleRate,
@@ -195,13 +200,15 @@ int RunInfo(const std::string& patch, bool json) {
     });
 }
 
-int RunConvert(const std::string& input, const std::string& output) {
+int RunConvert(const std::string& input, const std::string& output, const std::vector<std::string>& samples,
+               const std::vector<std::string>& sampleRoots) {
     return Guarded([&] {
         CheckOutputPlace(output);
         CommandLineHost host(kEngineStartRate, 126.0, 4);
         mi machine(host);
         machine.Init(nullptr);
         PrintWarnings(LoadPatch(machine, input));
+        PrintWarnings(ApplySampleOptions(*machine.document, samples, sampleRoots));
         std::string error;
         if (!machine.document->SaveFile(output, &error)) throw InputError(error.empty() ? output + ": cannot write" : error);
         std::printf("wrote %s\n", output.c_str());

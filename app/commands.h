@@ -22,11 +22,16 @@ struct RenderOptions {
     int ticksPerBeat = 4;
     std::string seconds;  // as typed; empty: to the last event, then until silent
     std::string format = "float";
+    std::vector<std::string> samples;      // SLOT=FILE, loaded into samplers after the patch
+    std::vector<std::string> sampleRoots;  // SLOT=HZ
+    std::string scopeDump;                 // where the analysers' captures go, if anywhere
 };
 
 int RunRender(const RenderOptions& options);
 int RunInfo(const std::string& patch, bool json);
-int RunConvert(const std::string& input, const std::string& output);
+// `samples` and `sampleRoots` as for render: the converted patch carries those samples.
+int RunConvert(const std::string& input, const std::string& output, const std::vector<std::string>& samples = {},
+               const std::vector<std::string>& sampleRoots = {});
 
 // Prints "vrok: " before each line of `message` on stderr.
 void PrintError(const std::string& message);

@@ -43,6 +43,14 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"float", "pcm16", "pcm24"}))
         ->capture_default_str();
 
+    renderCommand->add_option("--sample", render.samples,
+                              "SLOT=FILE: load a .wav, .flac or .ogg file into the sampler at SLOT (see vrok "
+                              "info); repeatable");
+    renderCommand->add_option("--sample-root", render.sampleRoots,
+                              "SLOT=HZ: the frequency at which that sampler's sample sounds as recorded (440)");
+    renderCommand->add_option("--scope-dump", render.scopeDump,
+                              "Write what the patch's analysers captured by the end to this JSON file");
+
     std::string infoPatch;
     bool infoJson = false;
     CLI::App* infoCommand = app.add_subcommand("info", "List the blocks, wires and global settings of a patch");
@@ -53,6 +61,9 @@ int main(int argc, char** argv) {
     CLI::App* convertCommand = app.add_subcommand("convert", "Load a .vrkx or .vrk patch and write it as .vrkx");
     convertCommand->add_option("input", convertIn, "Patch file (.vrkx or .vrk)")->required();
     convertCommand->add_option("output", convertOut, "Output .vrkx file")->required();
+    std::vector<std::string> convertSamples, convertRoots;
+    convertCommand->add_option("--sample", convertSamples, "SLOT=FILE: embed a sound file in the sampler at SLOT");
+    convertCommand->add_option("--sample-root", convertRoots, "SLOT=HZ: the root of that sampler's sample");
 
     std::string demoOut = "vrok-demo.wav";
     int demoRate = 44100;
@@ -82,7 +93,7 @@ int main(int argc, char** argv) {
         return app::RunRender(render);
     }
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
-    if (*convertCommand) return app::RunConvert(convertIn, convertOut);
+    if (*convertCommand) return app::RunConvert(convertIn, convertOut, convertSamples, convertRoots);
     if (*galleryCommand) return app::RunGallery(gallery);
     if (*demo) {
         WriteResult result = WriteStereoWav(demoOut, RenderDemoChord(4.0f, demoRate), demoRate, SampleFormat::Float);

@@ -63,12 +63,15 @@ nlohmann::json PatchToJson(VrokDoc& document) {
                                   {"value", StoredNumber(value)},
                                   {"text", block->DescribeValue(i, value)}});
         }
-        blocks.push_back({{"slot", slot},
-                          {"type", block->type},
-                          {"name", DisplayName(block->type)},
-                          {"x", block->posX},
-                          {"y", block->posY},
-                          {"parameters", parameters}});
+        nlohmann::json entry = {{"slot", slot},
+                                {"type", block->type},
+                                {"name", DisplayName(block->type)},
+                                {"x", block->posX},
+                                {"y", block->posY},
+                                {"parameters", parameters}};
+        if (const PatchBlock* record = document.FindBlock(slot); record && !record->sampleKey.empty())
+            entry["sample"] = record->sampleKey;
+        blocks.push_back(std::move(entry));
     }
     nlohmann::json wires = nlohmann::json::array();
     for (const Connection& wire : engine.connections)
@@ -79,7 +82,21 @@ nlohmann::json PatchToJson(VrokDoc& document) {
                            {"event", parameter.event},
                            {"value", StoredNumber(parameter.value)},
                            {"text", DescribeGlobal(parameter.event, parameter.value, engine.sampleRate)}});
-    return {{"blocks", blocks}, {"wires", wires}, {"globals", globals}};
+    nlohmann::json samples = nlohmann::json::array();
+    for (const auto& sample : document.samples) {
+        nlohmann::json players = nlohmann::json::array();
+        for (const auto& record : document.patchBlocks) {
+            auto* player = dynamic_cast<SamplePlayer*>(record->block);
+            if (player && player->sample == sample.get()) players.push_back(record->block->index);
+        }
+        samples.push_back({{"name", sample->sampleName},
+                           {"key", sample->sampleKey},
+                           {"frames", sample->numFrames},
+                           {"rate", StoredNumber(sample->dataRate.load())},
+                           {"root", StoredNumber(sample->rootFrequency.load())},
+                           {"players", players}});
+    }
+    return {{"blocks", blocks}, {"wires", wires}, {"globals", globals}, {"samples", samples}};
 }
 
 std::string PatchToText(VrokDoc& document, const std::string& title) {
@@ -102,6 +119,17 @@ std::string PatchToText(VrokDoc& document, const std::string& title) {
     for (const auto& wire : patch["wires"]) {
         std::snprintf(line, sizeof line, "  %d -> %d input %d\n", wire["from"].get<int>(), wire["to"].get<int>(),
                       wire["input"].get<int>());
+        out += line;
+    }
+    out += "\nsamples (" + std::to_string(patch["samples"].size()) + "):\n";
+    for (const auto& sample : patch["samples"]) {
+        std::string players;
+        for (const auto& slot : sample["players"]) players += (players.empty() ? " played by slot " : ", ") + slot.dump();
+        std::snprintf(line, sizeof line, "  \"%s\" %u frames at %s Hz, root %s Hz, key %s%s\n",
+                      sample["name"].get<std::string>().c_str(), sample["frames"].get<unsigned>(),
+                      FormatSignificant(sample["rate"].get<double>(), 6).c_str(),
+                      FormatSignificant(sample["root"].get<double>(), 6).c_str(),
+                      sample["key"].get<std::string>().c_str(), players.c_str());
         out += line;
     }
     out += "\nglobals:\n";

@@ -1,7 +1,10 @@
 // The block type table and the factory over it.
 #include "document/block_types.h"
 
+#include "blocks/analysers.h"
 #include "blocks/outputs.h"
+#include "blocks/sampler.h"
+#include "blocks/shaped_oscillators.h"
 #include "blocks/sources.h"
 #include "blocks/wavetable_oscillators.h"
 #include "engine/vrok_instance.h"
@@ -23,14 +26,14 @@ const BlockType kBlockTypes[] = {
     {2, 0x801, "|Envelope", nullptr},
     {3, 0x802, "LFO", nullptr},
     {4, 0x101, "|Osc", Make<COscBlock>},
-    {5, 0x4001, "Scope", nullptr},
+    {5, 0x4001, "Scope", Make<CScopeBlock>},
     {6, 0x206, "Amplifier", nullptr},
     {7, 0x104, "Noise", Make<CNoiseBlock>},
     {8, 0x804, "Knob", nullptr},
-    {9, -5, "Large Scope", nullptr},
+    {9, -5, "Large Scope", Make<CLargeScopeBlock>},
     {10, 0x103, "Fixed Osc", Make<CFixedOscBlock>},
-    {11, -5, "Spectrum", nullptr},
-    {12, -5, "VU-meter", nullptr},
+    {11, -5, "Spectrum", Make<CSpectrumBlock>},
+    {12, -5, "VU-meter", Make<CVuBlock>},
     {13, 0, "ExtKnob T", nullptr},
     {14, 0, "ExtKnob T", nullptr},
     {15, 0, "ExtKnob T", nullptr},
@@ -40,7 +43,7 @@ const BlockType kBlockTypes[] = {
     {19, 0x202, "Delay", nullptr},
     {20, 0x203, "|Delay", nullptr},
     {21, 0x204, "|Filterdelay", nullptr},
-    {22, -5, "Spectrum Analyser", nullptr},
+    {22, -5, "Spectrum Analyser", Make<CMegaSpectrumBlock>},
     {23, 0x803, "|Custom Envelope", nullptr},
     {24, 0x205, "Waveshaper", nullptr},
     {25, 0x1002, "Output", Make<CPanOutputBlock>},
@@ -50,15 +53,15 @@ const BlockType kBlockTypes[] = {
     {29, 0, "ExtKnob T", nullptr},
     {30, 0, "ExtKnob T", nullptr},
     {31, 0, "ExtKnob T", nullptr},
-    {32, 0x105, "|HyperOsc", nullptr},
+    {32, 0x105, "|HyperOsc", Make<CHyperOscBlock>},
     {33, 0x806, "|Keytrack", nullptr},
     {34, 0x209, "BitCrusher", nullptr},
     {35, 0x80F, "|Random", nullptr},
     {39, 0x106, "|Impulse", Make<CImpulseBlock>},
     {40, 0x20A, "Clipper", nullptr},
     {41, 0x20B, "VU Tracker", nullptr},
-    {42, 0x108, "|PWMOsc", nullptr},
-    {43, 0x107, "|SyncOsc", nullptr},
+    {42, 0x108, "|PWMOsc", Make<CPWMOscBlock>},
+    {43, 0x107, "|SyncOsc", Make<CSyncOscBlock>},
     {44, 0x1006, "Arpeggiator", nullptr},
     {46, 0x20C, "Crossfade", nullptr},
     {47, 0x811, "|ModWheel", nullptr},
@@ -72,7 +75,7 @@ const BlockType kBlockTypes[] = {
     {55, 0x814, "|Advanced Envelope", nullptr},
     {56, 0x20E, "Filter", nullptr},
     {57, 0x20F, "Eq", nullptr},
-    {58, 0x10B, "|Sampler", nullptr},
+    {58, 0x10B, "|Sampler", Make<CSimpleSamplerBlock>},
     {59, 0x210, "Formant", nullptr},
 };
 

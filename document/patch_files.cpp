@@ -231,6 +231,8 @@ void VrokDoc::ReadDocument(const TiXmlElement& root, LoadReport* report) {
         } else if (auto* wire = dynamic_cast<PatchConnection*>(storable); wire && !wire->connection) {
             Report(report, {}, line, "refused wire " + WireText(wire->from, wire->to, wire->port));
         }
+        if (auto* sample = dynamic_cast<SampleContainer*>(storable))
+            for (const std::string& problem : sample->problems) Report(report, {}, line, problem);
     }
     // DeleteAll took the global record out of the registry. A patch without one keeps the
     // settings as they are, and the record goes back, so every later save writes them.

@@ -5,6 +5,7 @@
 #include <sndfile.h>
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -29,12 +30,19 @@ void PatchBlock::Save(TiXmlElement& element) {
         SetIntAttribute(element, "X", x);
         SetIntAttribute(element, "Y", y);
         SetIntAttribute(element, "POS", pos);
+        if (!sampleKey.empty()) element.SetAttribute("SAMPLE", sampleKey);
         return;
     }
     SetIntAttribute(element, "TYPE", block->type);
     SetIntAttribute(element, "X", block->posX);
     SetIntAttribute(element, "Y", block->posY);
     SetIntAttribute(element, "POS", block->index);
+    if (auto* player = dynamic_cast<SamplePlayer*>(block)) {
+        // The live link wins; a link waiting for its sample is kept as it was read.
+        const auto* container = dynamic_cast<const SampleContainer*>(player->sample);
+        const std::string& key = container ? container->sampleKey : sampleKey;
+        if (!key.empty()) element.SetAttribute("SAMPLE", key);
+    }
     char name[16];
     for (int i = 0; i < block->numParameters; ++i) {
         std::snprintf(name, sizeof name, "P%d", i);
@@ -49,6 +57,8 @@ void PatchBlock::Load(const TiXmlElement& element) {
     x = IntAttribute(element, "X", 0);
     y = IntAttribute(element, "Y", 0);
     pos = IntAttribute(element, "POS", -1);
+    const char* key = element.Attribute("SAMPLE");
+    sampleKey = key ? key : "";
 
     int slot = pos;
     if (block) {
@@ -230,73 +240,152 @@ void PatchGlobal::ApplyMasterEffectParameter(int event, float value) {
 
 // [SECTION] SampleContainer
 
+namespace {
+
+// Characters a writer may wrap base64 with; they are skipped without a word.
+bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
+
+bool IsBase64(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
+}
+
+std::string Quoted(const std::string& name) { return "sample \"" + name + "\": "; }
+
+// Frames that are not finite numbers become silence; returns how many there were.
+size_t SilenceNonFinite(std::vector<float>& frames) {
+    size_t count = 0;
+    for (float& x : frames) {
+        if (!std::isfinite(x)) {
+            x = 0.0f;
+            ++count;
+        }
+    }
+    return count;
+}
+
+std::string TooLong(uint64_t frames) {
+    return std::to_string(frames) + " frames; a sample holds at most " + std::to_string(kMaxSampleFrames);
+}
+
+}  // namespace
+
 SampleContainer::SampleContainer() : Storable("SAMPLE") {}
 
 void SampleContainer::Save(TiXmlElement& element) {
-    if (!data.empty()) {
-        std::vector<uint8_t> bytes(data.size() * 4);
-        for (size_t i = 0; i < data.size(); ++i) {
-            const uint32_t word = std::bit_cast<uint32_t>(data[i]);
+    const std::vector<float> frames = Frames();
+    if (!frames.empty()) {
+        std::vector<uint8_t> bytes(frames.size() * 4);
+        for (size_t i = 0; i < frames.size(); ++i) {
+            const uint32_t word = std::bit_cast<uint32_t>(frames[i]);
             for (int b = 0; b < 4; ++b) bytes[i * 4 + b] = static_cast<uint8_t>(word >> (8 * b));
         }
         element.SetAttribute("sampledata", document::EncodeBase64(bytes.data(), bytes.size()));
     }
     element.SetAttribute("samplename", sampleName);
+    SetFloatAttribute(element, "samplerate", dataRate.load());
+    SetFloatAttribute(element, "rootfrequency", rootFrequency.load());
+    if (!sampleKey.empty()) element.SetAttribute("samplekey", sampleKey);
 }
 
 void SampleContainer::Load(const TiXmlElement& element) {
-    std::vector<float> samples;
-    if (const char* text = element.Attribute("sampledata")) {
-        const std::vector<uint8_t> bytes = document::DecodeBase64(text);
-        // A trailing piece of a float is dropped.
-        samples.resize(bytes.size() / 4);
-        for (size_t i = 0; i < samples.size(); ++i) {
-            uint32_t word = 0;
-            for (int b = 0; b < 4; ++b) word |= uint32_t{bytes[i * 4 + b]} << (8 * b);
-            samples[i] = std::bit_cast<float>(word);
-        }
-    }
-    SetData(std::move(samples));
+    problems.clear();
     const char* name = element.Attribute("samplename");
     sampleName = name ? name : "Undefined";
-}
+    const char* key = element.Attribute("samplekey");
+    sampleKey = key ? key : "";
 
-void SampleContainer::SetData(std::vector<float> samples) {
-    {
-        std::lock_guard<std::mutex> guard(lock);
-        data.swap(samples);
+    std::vector<float> samples;
+    if (const char* text = element.Attribute("sampledata")) {
+        const std::string_view encoded(text);
+        // Four characters carry three bytes; refuse before decoding what could never fit.
+        const uint64_t mostFrames = uint64_t(encoded.size()) / 4 * 3 / 4;
+        if (mostFrames > kMaxSampleFrames) {
+            problems.push_back(Quoted(sampleName) + "about " + TooLong(mostFrames) + "; it stays empty");
+        } else {
+            size_t stray = 0;
+            for (char c : encoded) {
+                if (c == '=') break;
+                if (!IsBase64(c) && !IsBlank(c)) ++stray;
+            }
+            const std::vector<uint8_t> bytes = document::DecodeBase64(encoded);
+            const size_t leftover = bytes.size() % 4;
+            if (stray > 0 || leftover > 0)
+                problems.push_back(Quoted(sampleName) + "sampledata is damaged: " + std::to_string(stray) +
+                                   " characters outside base64 skipped, " + std::to_string(leftover) +
+                                   " bytes of a partial frame dropped");
+            samples.resize(bytes.size() / 4);
+            for (size_t i = 0; i < samples.size(); ++i) {
+                uint32_t word = 0;
+                for (int b = 0; b < 4; ++b) word |= uint32_t{bytes[i * 4 + b]} << (8 * b);
+                samples[i] = std::bit_cast<float>(word);
+            }
+            if (const size_t bad = SilenceNonFinite(samples))
+                problems.push_back(Quoted(sampleName) + std::to_string(bad) +
+                                   " frames are not finite numbers; they play as silence");
+        }
     }
-    // `samples` now holds the old array and is freed here, outside the lock.
+    SetFrames(std::move(samples));
+
+    const float rate = FloatAttribute(element, "samplerate", 44100.0f);
+    const float root = FloatAttribute(element, "rootfrequency", 440.0f);
+    const bool rateOk = std::isfinite(rate) && rate > 0.0f;
+    const bool rootOk = std::isfinite(root) && root > 0.0f;
+    if (!rateOk) problems.push_back(Quoted(sampleName) + "samplerate must be a positive number; 44100 used");
+    if (!rootOk) problems.push_back(Quoted(sampleName) + "rootfrequency must be a positive number; 440 used");
+    dataRate.store(rateOk ? rate : 44100.0f);
+    rootFrequency.store(rootOk ? root : 440.0f);
 }
 
 bool SampleContainer::LoadSound(const std::string& path) {
+    problems.clear();
+    // The old frames go first, whatever follows.
+    if (numFrames > 0) Clear();
     SF_INFO info{};
     SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
     if (!file) {
-        // The fixed name in this message is part of the log's wording.
+        // The fixed name in this line is part of the log's wording.
         Log(1, "Not able to open input file input.wav.\n");
+        problems.push_back(path + ": cannot read as a sound file: " + sf_strerror(nullptr));
         return false;
     }
-    const int channels = info.channels > 0 ? info.channels : 1;
+    auto fail = [&](const std::string& what) {
+        sf_close(file);
+        problems.push_back(path + ": " + what);
+        return false;
+    };
+    if (info.channels <= 0) return fail("has no channels");
+    if (info.frames <= 0) return fail("holds no frames");
+    if (uint64_t(info.frames) > kMaxSampleFrames) return fail(TooLong(uint64_t(info.frames)));
+    const int channels = info.channels;
     std::vector<float> samples;
-    samples.reserve(static_cast<size_t>(info.frames > 0 ? info.frames : 0));
-    // Whole frames per read of at most 1024 doubles.
-    const int framesPerPiece = channels <= 1024 ? 1024 / channels : 1;
-    std::vector<double> piece(static_cast<size_t>(framesPerPiece) * channels);
-    const float scale = 1.0f / static_cast<float>(channels);
-    for (;;) {
-        const sf_count_t read = sf_read_double(file, piece.data(), static_cast<sf_count_t>(piece.size()));
+    try {
+        samples.reserve(size_t(info.frames));
+    } catch (const std::bad_alloc&) {
+        return fail("out of memory for " + std::to_string(info.frames) + " frames");
+    }
+    // Pieces of 1024 doubles, trimmed to whole frames.
+    const int framesPerPiece = std::max(1, 1024 / channels);
+    std::vector<double> piece(size_t(framesPerPiece) * size_t(channels));
+    const float scale = 1.0f / float(channels);
+    while (samples.size() < size_t(info.frames)) {
+        const sf_count_t read = sf_read_double(file, piece.data(), sf_count_t(piece.size()));
         const sf_count_t frames = read / channels;
-        for (sf_count_t f = 0; f < frames; ++f) {
+        for (sf_count_t f = 0; f < frames && samples.size() < size_t(info.frames); ++f) {
             double sum = 0.0;
-            for (int c = 0; c < channels; ++c) sum += piece[f * channels + c];
-            samples.push_back(static_cast<float>(sum) * scale);
+            for (int c = 0; c < channels; ++c) sum += piece[size_t(f * channels + c)];
+            samples.push_back(float(sum) * scale);
         }
-        if (read < static_cast<sf_count_t>(piece.size())) break;
+        if (read < sf_count_t(piece.size())) break;
     }
     sf_close(file);
-    if (samples.empty()) return false;
-    dataRate = static_cast<float>(info.samplerate);
-    SetData(std::move(samples));
+    if (samples.size() < size_t(info.frames))
+        problems.push_back(path + ": ends after " + std::to_string(samples.size()) + " of " +
+                           std::to_string(info.frames) + " frames; the rest is silence");
+    samples.resize(size_t(info.frames), 0.0f);
+    if (const size_t bad = SilenceNonFinite(samples))
+        problems.push_back(path + ": " + std::to_string(bad) +
+                           " frames are not finite numbers; they play as silence");
+    dataRate.store(float(info.samplerate));
+    SetFrames(std::move(samples));
     return true;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "document/storable.h"
+#include "engine/sample_data.h"
 
 class CAudioBlock;
 class VrokInstance;
@@ -30,6 +31,10 @@ public:
     // TYPE, X, Y and POS as last read. A record whose insert failed (an unknown type, a
     // taken slot) writes these back, so saving does not turn it into an output block.
     int type = 0, x = 0, y = 0, pos = -1;
+    // A sampler's link: the `samplekey` of the sample it plays, from the attribute SAMPLE.
+    // Kept while no such sample exists (it may come later in the file, by paste or by
+    // undo); the document resolves it whenever the patch changes.
+    std::string sampleKey;
 
 private:
     VrokInstance& engine;
@@ -100,27 +105,30 @@ private:
     VrokInstance& engine;
 };
 
-// A sample of the patch: element "SAMPLE" with the data as base64 of little-endian 32-bit
-// floats in `sampledata`, and its `samplename`.
-class SampleContainer : public Storable {
+// A sample of the patch: element "SAMPLE" with the frames as base64 of little-endian 32-bit
+// floats in `sampledata`, its `samplename`, and `samplerate`, `rootfrequency` and
+// `samplekey`, the name by which sampler blocks link to it (document/patch_format.md).
+class SampleContainer : public Storable, public SampleData {
 public:
     SampleContainer();
 
     void Save(TiXmlElement& element) override;
+    // Corrupt base64 decodes leniently (characters outside the alphabet skipped, a trailing
+    // piece of a float dropped) with one line in `problems`; frames that are not finite
+    // numbers become silence, with a line; a sample past kMaxSampleFrames stays empty.
     void Load(const TiXmlElement& element) override;
 
-    // Reads a sound file through libsndfile, mixing its channels to mono by their mean,
-    // and takes over the file's rate as `dataRate`. A file that cannot be read keeps the
-    // data there was. GUI thread; allocates; takes `lock` only for the swap.
+    // Reads a sound file through libsndfile, mixing its channels to mono by their mean, and
+    // takes over the file's rate as `dataRate`. The old frames are freed first, so a file
+    // that cannot be read leaves the sample empty (undo brings the old frames back). False
+    // with one line per problem in `problems`. GUI thread; allocates; takes `lock` only to
+    // free and to swap.
     bool LoadSound(const std::string& path);
-    // Replaces the data under `lock`; the old array is freed after the lock is released.
-    void SetData(std::vector<float> samples);
-    size_t NumFrames() const { return data.size(); }
 
-    std::vector<float> data;
-    float dataRate = 44100.0f;       // the rate the data was recorded at
-    float rootFrequency = 440.0f;    // the frequency at which the data sounds as it stands
     std::string sampleName = "Undefined";
-    // Held by a player while it reads `data`, and while `data` is replaced.
-    std::mutex lock;
+    // Names this sample to the sampler blocks that play it; empty until the document gives
+    // it one. Survives save, reload, copy and paste, as ids and slots do not.
+    std::string sampleKey;
+    // What the last Load or LoadSound had to say, one line each, naming the sample or file.
+    std::vector<std::string> problems;
 };

@@ -4,6 +4,10 @@
 
 #include <tinyxml.h>
 
+#include <cmath>
+#include <cstdio>
+
+#include "blocks/sampler.h"
 #include "document/block_types.h"
 #include "document/xml_attributes.h"
 #include "engine/vrok_instance.h"
@@ -108,6 +112,10 @@ Storable* VrokDoc::Create(const std::string& elementName, const TiXmlElement& el
     storable->id = document::IntAttribute(element, "ID", -1);
     Register(storable);
     storable->Load(element);
+    if (kind->second == kSampleKind) {
+        auto* sample = static_cast<SampleContainer*>(storable);
+        if (sample->sampleKey.empty()) sample->sampleKey = NewSampleKey(*sample);
+    }
     Changed(storable);
     TellWindowsAdded(storable);
     ResetLastAction();
@@ -134,10 +142,17 @@ void VrokDoc::Delete(Storable* storable) {
             doomed = Release(samples, storable);
         }
     }
+    // A sample going away detaches its players; another sample may hold the same key.
+    doomed.reset();
+    LinkSamples();
     // The record is freed outside the lock; its destructor leaves the registry.
 }
 
-void VrokDoc::Changed(Storable*) { TellWindowsChanged(); }
+void VrokDoc::Changed(Storable*) {
+    // Any change may have made, brought back or retired a sample or a sampler's link.
+    LinkSamples();
+    TellWindowsChanged();
+}
 
 void VrokDoc::TellWindowsChanged() {
     const std::vector<DocumentView*> views = windows;
@@ -198,8 +213,84 @@ SampleContainer* VrokDoc::AddSample(const std::string& path) {
     auto* sample = static_cast<SampleContainer*>(Create("SAMPLE", element));
     sample->LoadSound(path);
     sample->sampleName = BareName(path);
+    sample->sampleKey = NewSampleKey(*sample);
     RecordCreation(sample);
     return sample;
+}
+
+SampleContainer* VrokDoc::LoadSampleInto(PatchBlock* patchBlock, const std::string& path) {
+    auto* player = patchBlock ? dynamic_cast<CSimpleSamplerBlock*>(patchBlock->block) : nullptr;
+    if (!player) return nullptr;
+    if (auto* current = dynamic_cast<SampleContainer*>(player->sample)) {
+        ActionStart(current);
+        current->LoadSound(path);
+        current->sampleName = BareName(path);
+        ActionEnd(current);
+        Changed(current);
+        return current;
+    }
+    ActionStart(nullptr);
+    SampleContainer* sample = AddSample(path);
+    AssignSample(patchBlock, sample);
+    ActionEnd(nullptr);
+    return sample;
+}
+
+bool VrokDoc::AssignSample(PatchBlock* patchBlock, SampleContainer* sample) {
+    if (!patchBlock || !dynamic_cast<CSimpleSamplerBlock*>(patchBlock->block)) return false;
+    ActionStart(patchBlock);
+    patchBlock->sampleKey = sample ? sample->sampleKey : "";
+    ActionEnd(patchBlock);
+    Changed(patchBlock);
+    return true;
+}
+
+bool VrokDoc::SetSampleRoot(SampleContainer* sample, float hz) {
+    if (!sample || !std::isfinite(hz) || hz <= 0.0f) return false;
+    ActionStart(sample);
+    sample->rootFrequency.store(hz);
+    ActionEnd(sample);
+    Changed(sample);
+    return true;
+}
+
+SampleContainer* VrokDoc::FindSample(const std::string& key) const {
+    if (key.empty()) return nullptr;
+    SampleContainer* found = nullptr;
+    for (const auto& sample : samples)
+        if (sample->sampleKey == key && (!found || sample->id < found->id)) found = sample.get();
+    return found;
+}
+
+void VrokDoc::LinkSamples() {
+    for (const auto& patchBlock : patchBlocks) {
+        auto* player = dynamic_cast<CSimpleSamplerBlock*>(patchBlock->block);
+        if (!player) continue;
+        SampleContainer* wanted = FindSample(patchBlock->sampleKey);
+        if (player->sample != wanted) player->SetSample(wanted);
+    }
+}
+
+std::string VrokDoc::NewSampleKey(SampleContainer& sample) {
+    // FNV-1a over the frames and the name: the same file loaded twice into two documents
+    // gets the same key, so a sampler pasted between them finds its sample.
+    uint64_t hash = 14695981039346656037ull;
+    auto mix = [&hash](const void* bytes, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            hash ^= static_cast<const uint8_t*>(bytes)[i];
+            hash *= 1099511628211ull;
+        }
+    };
+    const std::vector<float> frames = sample.Frames();
+    mix(frames.data(), frames.size() * sizeof(float));
+    mix(sample.sampleName.data(), sample.sampleName.size());
+    for (;;) {
+        char text[17];
+        std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
+        const SampleContainer* holder = FindSample(text);
+        if (!holder || holder == &sample) return text;
+        mix("+", 1);
+    }
 }
 
 void VrokDoc::DeleteBlock(PatchBlock* patchBlock) {

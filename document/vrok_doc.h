@@ -65,8 +65,19 @@ public:
     // Null, leaving no record and no undo item, when the engine refuses the wire.
     PatchConnection* AddConnection(PatchBlock* fromBlock, PatchBlock* toBlock, int port);
     // A new sample record named after the file, holding the file's data; the record is
-    // made even when the file cannot be read, and then stays empty.
+    // made even when the file cannot be read, and then stays empty (its `problems` say why).
     SampleContainer* AddSample(const std::string& path);
+    // What a sampler's "load sample" does, as one undo step: loads the file into the sample
+    // the block plays (freeing the old frames first), or, if it plays none, into a new
+    // sample linked to it. Null when the block is not a sampler.
+    SampleContainer* LoadSampleInto(PatchBlock* patchBlock, const std::string& path);
+    // Links a sampler block to `sample` (null: to none). False when the block is not a sampler.
+    bool AssignSample(PatchBlock* patchBlock, SampleContainer* sample);
+    // The frequency at which the sample sounds as it stands, for notes started from now on.
+    // False, changing nothing, unless `hz` is a positive number.
+    bool SetSampleRoot(SampleContainer* sample, float hz);
+    // The sample whose `samplekey` is `key`, the oldest if several; null if none.
+    SampleContainer* FindSample(const std::string& key) const;
     // Deletes the block and every wire that touches it.
     void DeleteBlock(PatchBlock* patchBlock);
     void DeleteObject(Storable* storable);
@@ -126,6 +137,10 @@ private:
     enum ElementKind : int { kBlockKind = 0, kConnectionKind = 1, kGlobalKind = 2, kSampleKind = 3 };
 
     std::unique_ptr<PatchConnection> NewConnection();
+    // Points every sampler at the sample its record names, or at none.
+    void LinkSamples();
+    // A key no other sample of this document holds, derived from the sample's contents.
+    std::string NewSampleKey(SampleContainer& sample);
     void TellWindowsAdded(Storable* storable);
     void TellWindowsChanged();
     // Number of parameters of `type`, or -1 when no block of that type can be made.

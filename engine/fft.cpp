@@ -3,6 +3,8 @@
 
 #include <fftw3.h>
 
+#include <cmath>
+
 namespace engine {
 
 namespace {
@@ -49,6 +51,27 @@ void FftInverse(FftComplex* data) {
     // FFTW's backward transform is unnormalised.
     constexpr double kScale = 1.0 / kFftLength;
     for (int k = 0; k < kFftLength; ++k) data[k] *= kScale;
+}
+
+std::vector<double> RealMagnitudes(const std::vector<double>& signal) {
+    const int n = int(signal.size());
+    if (n <= 0) return {};
+    std::vector<double> input(signal);
+    std::vector<fftw_complex> spectrum(size_t(n / 2 + 1));
+    fftw_plan plan;
+    {
+        // Plans are cheap with FFTW_ESTIMATE; made per call, under the planner's lock.
+        std::lock_guard<std::mutex> lock(FftwPlannerMutex());
+        plan = fftw_plan_dft_r2c_1d(n, input.data(), spectrum.data(), FFTW_ESTIMATE);
+    }
+    fftw_execute(plan);
+    {
+        std::lock_guard<std::mutex> lock(FftwPlannerMutex());
+        fftw_destroy_plan(plan);
+    }
+    std::vector<double> magnitudes(spectrum.size());
+    for (size_t k = 0; k < spectrum.size(); ++k) magnitudes[k] = std::hypot(spectrum[k][0], spectrum[k][1]);
+    return magnitudes;
 }
 
 }  // namespace engine

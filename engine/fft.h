@@ -5,6 +5,7 @@
 
 #include <complex>
 #include <mutex>
+#include <vector>
 
 namespace engine {
 
@@ -15,6 +16,10 @@ using FftComplex = std::complex<double>;
 void FftForward(FftComplex* data);
 // In place: x[n] = (1/N) sum X[k] e^(+2 pi i k n / N). Thread-safe.
 void FftInverse(FftComplex* data);
+
+// Magnitudes |X[k]| of the first n/2 + 1 bins of a real signal of any length n > 0,
+// unscaled. For displays, on the GUI thread: allocates and makes a plan per call.
+std::vector<double> RealMagnitudes(const std::vector<double>& signal);
 
 // FFTW's planner is process-global and not thread-safe; whoever else makes an FFTW plan
 // in this process holds this mutex while doing it.

@@ -10,6 +10,7 @@
 #include <new>
 #include <random>
 
+#include "blocks/sampler.h"
 #include "document/block_types.h"
 #include "engine/vrok_instance.h"
 
@@ -50,7 +51,15 @@ struct Patch {
             engine.Connect(slot, out, 0);
         }
         engine.RebuildOrder();
+        // A sampler gets something to play, shorter than the render so it also ends.
+        if (auto* sampler = dynamic_cast<CSimpleSamplerBlock*>(&block)) {
+            std::vector<float> frames(700);
+            for (size_t i = 0; i < frames.size(); ++i) frames[i] = std::sin(0.1f * float(i));
+            sample.SetFrames(std::move(frames));
+            sampler->SetSample(&sample);
+        }
     }
+    SampleData sample;  // outlives the engine, whose sampler leaves its list on the way
     VrokInstance engine;
     int slot = -1;
 };

@@ -48,7 +48,7 @@ void BuildPatch(VrokDoc& doc) {
     TiXmlElement sample("SAMPLE");
     sample.SetAttribute("ID", doc.nextId);
     auto* container = static_cast<SampleContainer*>(doc.Create("SAMPLE", sample));
-    container->SetData({0.5f, -0.25f, 1e-30f, 0.0f});
+    container->SetFrames({0.5f, -0.25f, 1e-30f, 0.0f});
     container->sampleName = "kick";
 }
 
@@ -70,7 +70,7 @@ TEST(PatchFileXml, SaveLoadSaveGivesTheSameBytesAndKeepsSlots) {
     EXPECT_TRUE(HasWire(*copy.engine, Wire{5, 9, 0}));
     EXPECT_FLOAT_EQ(copy.engine->transpose, (0.625f - 0.5f) * 48.0f);
     ASSERT_EQ(copy.samples.size(), 1u);
-    EXPECT_EQ(copy.samples[0]->data, (std::vector<float>{0.5f, -0.25f, 1e-30f, 0.0f}));
+    EXPECT_EQ(copy.samples[0]->Frames(), (std::vector<float>{0.5f, -0.25f, 1e-30f, 0.0f}));
     EXPECT_EQ(copy.samples[0]->sampleName, "kick");
 
     const fs::path file = TempPath("roundtrip.vrkx");
@@ -128,7 +128,7 @@ TEST(PatchFileSample, Base64AndSampleData) {
     VrokDoc doc;
     ASSERT_TRUE(doc.ReadXml("<storables><SAMPLE ID=\"1\" sampledata=\"AACAPwA=\" /></storables>"));
     ASSERT_EQ(doc.samples.size(), 1u);
-    EXPECT_EQ(doc.samples[0]->data, std::vector<float>{1.0f});
+    EXPECT_EQ(doc.samples[0]->Frames(), std::vector<float>{1.0f});
     EXPECT_EQ(doc.samples[0]->sampleName, "Undefined");
 
     EXPECT_EQ(document::DecodeBase64("TW\nFu\r\n TQ"), (std::vector<uint8_t>{'M', 'a', 'n', 'M'}));
