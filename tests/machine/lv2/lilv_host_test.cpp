@@ -187,4 +187,25 @@ TEST(Lv2Bundle, StateThroughLilvRestoresIdenticalSound) {
     EXPECT_NEAR(lv2test::MeasureHz(after.left, 500, 2000, kRate), 440.0, 1.0);
 }
 
+// The bundle's presets name patch files inside it; lilv hands the plug-in their full path.
+TEST(Lv2Bundle, PresetsLoadTheirPatches) {
+    Instance vrok(kInstrument);
+    LilvNode* presetClass = TheWorld().Uri("http://lv2plug.in/ns/ext/presets#Preset");
+    LilvNodes* presets = lilv_plugin_get_related(vrok.plugin, presetClass);
+    lilv_node_free(presetClass);
+    ASSERT_EQ(lilv_nodes_size(presets), 1u);
+    const LilvNode* preset = lilv_nodes_get(presets, lilv_nodes_begin(presets));
+    EXPECT_EQ(NodeText(preset), "urn:vrok:lv2:preset-sine-a4");
+    lilv_world_load_resource(TheWorld().world, preset);
+    LilvState* state = lilv_state_new_from_world(TheWorld().world, vrok.features.UridMap(), preset);
+    lilv_nodes_free(presets);
+    ASSERT_NE(state, nullptr);
+    EXPECT_STREQ(lilv_state_get_label(state), "Sine");
+    lilv_state_restore(state, vrok.instance, nullptr, nullptr, 0, vrok.features.List());
+    lilv_state_free(state);
+    const auto out = vrok.driver.Render(8192, 256, {NoteOn(0, 69)});
+    EXPECT_TRUE(vrok.features.warnings.empty()) << vrok.features.warnings[0];
+    EXPECT_NEAR(lv2test::MeasureHz(out.left, 1000, 8192, kRate), 440.0, 0.5);
+}
+
 }  // namespace
