@@ -8,6 +8,7 @@
 #include "blocks/sources.h"
 #include "blocks/wavetable_oscillators.h"
 #include "engine/vrok_instance.h"
+#include "fx/arpeggiator.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ const BlockType kBlockTypes[] = {
     {41, 0x20B, "VU Tracker", nullptr},
     {42, 0x108, "|PWMOsc", Make<CPWMOscBlock>},
     {43, 0x107, "|SyncOsc", Make<CSyncOscBlock>},
-    {44, 0x1006, "Arpeggiator", nullptr},
+    {44, 0x1006, "Arpeggiator", Make<CGlobalArpeggioBlock>},
     {46, 0x20C, "Crossfade", nullptr},
     {47, 0x811, "|ModWheel", nullptr},
     {48, 0x810, "|Aftertouch", nullptr},

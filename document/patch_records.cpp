@@ -227,15 +227,31 @@ void PatchGlobal::ParameterChanged(const GlobalParameter& parameter) {
     }
 }
 
-// The controls of the reverb (events 1..6: wet/dry, room size, decay, damping, modulation
-// amount and speed), the chorus (101 wet, 102 speed, 103 phasing) and the delay (201 wet,
-// 202 type, 203 tempo sync, 204 length, 205 cross, 206 feedback, 207 spacing). Their values
-// are kept in the record and saved with the patch, and NotifyAll sends them again.
-// TODO: the master reverb, chorus and delay are not built yet (engine's reverb, chorus and
-// delay stay null); when fx/ provides them, hand each event to its effect here.
+// The controls of the reverb (events 1..6), the chorus (101..103) and the delay (201..207),
+// written straight into the effects under the engine lock, so never beside Process.
 void PatchGlobal::ApplyMasterEffectParameter(int event, float value) {
-    (void)event;
-    (void)value;
+    if (MasterReverb::ReverbParameter* parameter = engine.reverb->ParameterById(event)) {
+        if (parameter->value != value) {
+            parameter->value = value;
+            engine.reverb->ParameterUpdated(parameter);
+        }
+        return;
+    }
+    MasterChorus& chorus = *engine.chorus;
+    MasterDelay& delay = *engine.delay;
+    switch (event) {
+        case 101: chorus.wet = value; break;
+        case 102: chorus.SetSpeed(value); break;
+        case 103: chorus.SetPhasing(value); break;
+        case 201: delay.wet = value; break;
+        case 202: delay.SetMode(static_cast<int>(value * 2.0f)); break;
+        case 203: delay.SetTempoSync(value > 0.0f); break;
+        case 204: delay.SetLength(value); break;
+        case 205: delay.cross = value; break;
+        case 206: delay.feedback = value * 0.9999f; break;
+        case 207: delay.SetSpacing(value); break;
+        default: break;
+    }
 }
 
 // [SECTION] SampleContainer

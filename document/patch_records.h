@@ -85,10 +85,12 @@ public:
 
     void Save(TiXmlElement& element) override;
     // A missing attribute resets its entry to the default, so an older file with fewer
-    // keys resets the newer settings. Only entries whose value differs are sent.
+    // keys resets the newer settings, and so does text that is not a number. Values are
+    // clamped to 0..1. Only entries whose value differs are sent.
     void Load(const TiXmlElement& element) override;
 
-    // A change from a panel: stores and sends it if it differs. False for an unknown name.
+    // A change from a panel or a host: clamps to 0..1, then stores and sends it if it
+    // differs. False for an unknown name or NaN.
     bool SetValue(const std::string& name, float value);
     // The entry's value; 0 for an unknown name.
     float Value(const std::string& name) const;

@@ -6,6 +6,7 @@
 #include "engine/log.h"
 #include "engine/value_format.h"
 #include "engine/vrok_instance.h"
+#include "fx/arpeggiator.h"
 
 namespace {
 bool HasKeyState(int note) { return note >= 0 && note < kNumNotes; }
@@ -14,7 +15,8 @@ bool HasKeyState(int note) { return note >= 0 && note < kNumNotes; }
 void VrokInstance::PressKey(int note, int velocity) {
     std::lock_guard guard(lock);
     if (arpeggiatorActive && arpeggiator) {
-        if (!arpeggiator->IsKeyHeld(note)) arpeggiator->KeyDown(note, velocity);
+        // Velocity stops here: the arpeggiator plays at its own.
+        if (!arpeggiator->IsHeld(note)) arpeggiator->AddNote(note);
         return;
     }
     NoteOnInternal(note, velocity, false);
@@ -23,7 +25,7 @@ void VrokInstance::PressKey(int note, int velocity) {
 void VrokInstance::ReleaseKey(int note) {
     std::lock_guard guard(lock);
     if (arpeggiatorActive && arpeggiator) {
-        arpeggiator->KeyUp(note);
+        arpeggiator->NoteOff(note);
         return;
     }
     NoteOffInternal(note);

@@ -10,6 +10,8 @@
 #include <cstring>
 
 #include "engine/log.h"
+#include "fx/arpeggiator.h"
+#include "fx/flush_denormals.h"
 
 std::atomic<int> VrokInstance::voiceCursor{0};
 std::atomic<bool> VrokInstance::deferWaveTables{false};
@@ -24,6 +26,8 @@ int ExternalKnobIndex(int type) {
 
 VrokInstance::VrokInstance(BlockFactory blockFactory) : factory(blockFactory) {
     if (!deferWaveTables) PrepareWaveTables();
+    // Built for 44100 Hz whatever the host runs at; the first rate change rebuilds them.
+    RebuildMasterEffects(44100.0f);
     heldNotes.reserve(kMaxHeldNotes);
     roots.reserve(kMaxBlocks);
     for (int v = 0; v < kMaxVoices; ++v) {
@@ -76,8 +80,14 @@ bool VrokInstance::InsertBlock(int type, int slot, int* outSlot) {
 }
 
 void VrokInstance::DeleteBlock(int slot) {
-    delete blocks[slot];
+    if (!blocks[slot]) return;
+    // Out of the order first: a block's destructor may release notes (the arpeggiator
+    // does), and that walks the order.
+    int* end = std::remove(order, order + orderCount, slot);
+    orderCount = int(end - order);
+    CAudioBlock* block = blocks[slot];
     blocks[slot] = nullptr;
+    delete block;
 }
 
 void VrokInstance::RemoveBlockAt(int slot) {
@@ -331,10 +341,11 @@ void VrokInstance::Render(StereoBuffers buffers, int numSamples) {
     if (numWorkers > 0) {
         AdvanceGlides(numSamples);
         if (arpeggiatorActive && arpeggiator) {
-            arpeggiator->countdown -= numSamples;
-            if (arpeggiator->countdown < 1) {
-                arpeggiator->Step();
-                arpeggiator->countdown += int(float(samplesPerBar) / (arpeggiator->StepRate() * 16.0f));
+            // At most one step per call, on the call's boundary; the remainder carries over.
+            arpeggiator->samplesToTick -= numSamples;
+            if (arpeggiator->samplesToTick < 1) {
+                arpeggiator->Tick();
+                arpeggiator->samplesToTick += int(float(samplesPerBar) / (arpeggiator->speed * 16.0f));
             }
         }
         RunBlocks(numSamples);
@@ -342,9 +353,13 @@ void VrokInstance::Render(StereoBuffers buffers, int numSamples) {
     }
     // The master stage runs even with no graph, over whatever the rows hold, and its
     // order is fixed: chorus, delay, reverb.
-    if (chorusOn && chorus) chorus->Process(buffers, numSamples);
-    if (delayOn && delay) delay->Process(buffers, numSamples);
-    if (reverbOn && reverb) reverb->Process(buffers, numSamples);
+    const ScopedFlushDenormals flush;
+    if (chorusOn) chorus->Process(buffers, numSamples);
+    if (delayOn) {
+        delay->SetSamplesPerBar(samplesPerBar);
+        delay->Process(buffers, numSamples);
+    }
+    if (reverbOn) reverb->Process(buffers, buffers, numSamples);
 }
 
 void VrokInstance::RunBlocks(int numSamples) {
@@ -428,10 +443,24 @@ void VrokInstance::RunInputs(StereoBuffers buffers, int numSamples) {
 }
 
 void VrokInstance::ChangeSampleRate(float rate) {
-    // TODO(master effects): recreate reverb, chorus and delay at `rate` here; their tails
-    // are lost on a rate change. `sampleRate` itself is only written at construction and
-    // by the machine's Init, so blocks made later start from the older rate.
+    // `sampleRate` itself is only written at construction and by the machine's Init, so
+    // blocks made later start from the older rate.
+    RebuildMasterEffects(rate);
     for (CAudioBlock* b : blocks)
         if (b) b->SetSampleRate(rate);
     Log(0, "Vrok instance samplerate adjusted");
+}
+
+void VrokInstance::RebuildMasterEffects(float rate) {
+    auto newReverb = std::make_unique<MasterReverb::Reverb>(rate);
+    auto newChorus = std::make_unique<MasterChorus>(rate);
+    auto newDelay = std::make_unique<MasterDelay>(rate);
+    {
+        // A global setting may arrive from the GUI thread meanwhile; it writes under the lock.
+        std::lock_guard guard(lock);
+        reverb.swap(newReverb);
+        chorus.swap(newChorus);
+        delay.swap(newDelay);
+    }
+    // The old effects are freed here, outside the lock.
 }

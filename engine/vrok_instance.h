@@ -11,8 +11,12 @@
 #include <vector>
 
 #include "engine/audio_block.h"
-#include "engine/master_effects.h"
 #include "engine/wave_tables.h"
+#include "fx/chorus.h"
+#include "fx/master_delay.h"
+#include "fx/reverb.h"
+
+class CGlobalArpeggioBlock;
 
 constexpr int kMaxBlocks = 256;
 constexpr int kNumNotes = 128;
@@ -69,6 +73,9 @@ public:
     void RunInputs(StereoBuffers buffers, int numSamples);
     // Recreates the master effects at `rate` and tells every block. Takes no lock.
     void ChangeSampleRate(float rate);
+    // New reverb, chorus and delay at `rate`, with their own defaults: tails are lost and
+    // the caller sends the global settings again. Allocates; takes the lock for the swap.
+    void RebuildMasterEffects(float rate);
 
     // [Notes] Each takes the engine lock.
     void PressKey(int note, int velocity);
@@ -115,11 +122,14 @@ public:
     float portamentoPosition[kMaxVoices];
     int targetNote[kMaxVoices] = {};
     bool reverbOn = false, delayOn = false, chorusOn = false;
-    // Null until the effects library provides them; Render skips a missing stage.
-    std::unique_ptr<MasterEffect> reverb, delay, chorus;
+    // Always present; the flags above only decide whether Render calls them.
+    std::unique_ptr<MasterReverb::Reverb> reverb;
+    std::unique_ptr<MasterDelay> delay;
+    std::unique_ptr<MasterChorus> chorus;
     bool arpeggiatorPresent = false;
     bool arpeggiatorActive = false;
-    ArpeggiatorLink* arpeggiator = nullptr;
+    // The arpeggiator block built last; it registers and deregisters itself.
+    CGlobalArpeggioBlock* arpeggiator = nullptr;
     int samplesPerBar = 84672;
     bool monophonic = false;
     int numVoices = 1;

@@ -10,6 +10,7 @@
 #include "app/render.h"
 #include "document/vrok_doc.h"
 #include "engine/vrok_instance.h"
+#include "fx/arpeggiator.h"
 #include "machine/machine.h"
 
 using namespace app;
@@ -137,6 +138,36 @@ TEST_F(AppRender, RenderEndsHalfASecondIntoSilenceOrThirtySecondsIntoTheTail) {
     stats = Run({.midiNotes = {{0.0, 0, 69, 100}, {1.0, 0, 69, 0}}});
     EXPECT_TRUE(stats.stillSounding);
     EXPECT_EQ(stats.frames, 31 * kRate) << "endless sound is cut";
+}
+
+TEST(AppRenderTempo, TheHostTempoTimesTheArpeggiatorSteps) {
+    for (double bpm : {120.0, 60.0}) {
+        CommandLineHost host(kRate, bpm, 4);
+        mi machine(host);
+        machine.Init(nullptr);
+        VrokDoc& doc = *machine.document;
+        doc.ClearAll();
+        PatchBlock *osc = doc.AddBlock(4, -1, 10, 10), *out = doc.AddBlock(0, -1, 120, 10);
+        doc.AddConnection(osc, out, 0);
+        ASSERT_NE(doc.AddBlock(44, -1, 10, 120), nullptr);
+        const CGlobalArpeggioBlock& arp = *doc.engine->arpeggiator;
+        // Sixteen steps to the measure: a step is a quarter of a beat.
+        const double stepFrames = double(host.master.samplesPerTick) * 4 * 4 / 16;
+        const RenderPlan plan{.seconds = 3.0, .midiNotes = {{0.0, 0, 60, 100}}};
+        std::vector<long> stepStarts;
+        long frame = 0;
+        int lastStep = -1;
+        RenderWithMachine(machine, host, plan, BuildSchedule(plan, kRate, host.samplesPerTickExact),
+                          [&](const float*, int frames) {
+                              if (arp.stepIndex != lastStep) stepStarts.push_back(frame);
+                              lastStep = arp.stepIndex;
+                              frame += frames;
+                              return true;
+                          });
+        ASSERT_GE(stepStarts.size(), 8u) << bpm;
+        const double spacing = double(stepStarts.back() - stepStarts[1]) / double(stepStarts.size() - 2);
+        EXPECT_NEAR(spacing, stepFrames, kMaxFrames / 4.0) << bpm;
+    }
 }
 
 }  // namespace

@@ -58,6 +58,8 @@ struct Patch {
             sample.SetFrames(std::move(frames));
             sampler->SetSample(&sample);
         }
+        // The master stage runs behind every patch, so its effects are checked as well.
+        engine.chorusOn = engine.delayOn = engine.reverbOn = true;
     }
     SampleData sample;  // outlives the engine, whose sampler leaves its list on the way
     VrokInstance engine;
