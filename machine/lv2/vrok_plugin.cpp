@@ -17,6 +17,7 @@
 
 #include "document/vrok_doc.h"
 #include "engine/vrok_instance.h"
+#include "fx/arpeggiator.h"
 #include "machine/patch_folder.h"
 
 namespace lv2 {
@@ -80,6 +81,7 @@ Uris::Uris(LV2_URID_Map* map) {
     timePosition = m(LV2_TIME__Position);
     timeBeatsPerMinute = m(LV2_TIME__beatsPerMinute);
     timeSpeed = m(LV2_TIME__speed);
+    timeBarBeat = m(LV2_TIME__barBeat);
     patchSet = m(LV2_PATCH__Set);
     patchGet = m(LV2_PATCH__Get);
     patchProperty = m(LV2_PATCH__property);
@@ -418,10 +420,15 @@ void Plugin::ReleaseSustained() {
 
 void Plugin::HandleObject(const LV2_Atom_Object& object) {
     if (object.body.otype == uris->timePosition) {
-        const LV2_Atom* bpm = nullptr;
-        lv2_atom_object_get(&object, uris->timeBeatsPerMinute, &bpm, 0);
-        double value = 0.0;
+        const LV2_Atom *bpm = nullptr, *speed = nullptr, *barBeat = nullptr;
+        lv2_atom_object_get(&object, uris->timeBeatsPerMinute, &bpm, uris->timeSpeed, &speed,
+                            uris->timeBarBeat, &barBeat, 0);
+        double value = 0.0, rolling = 0.0, beat = 0.0;
         if (AtomNumber(*uris, bpm, value)) beatsPerMinute.store(std::clamp(value, kMinBpm, kMaxBpm));
+        // The host sends a position when it starts, seeks or loops: steps fall on its grid.
+        if (AtomNumber(*uris, speed, rolling) && rolling != 0.0 && AtomNumber(*uris, barBeat, beat) &&
+            beat >= 0.0)
+            AlignArpeggiator(beat);
     } else if (object.body.otype == uris->patchGet) {
         NotifyPatchFile();
     } else if (object.body.otype == uris->patchSet) {
@@ -448,6 +455,21 @@ void Plugin::HandleObject(const LV2_Atom_Object& object) {
         std::memcpy(message + sizeof kindWord, path, length);
         schedule->schedule_work(schedule->handle, sizeof kindWord + length, message);
     }
+}
+
+void Plugin::AlignArpeggiator(double barBeat) {
+    VrokInstance& engine = *Machine().document->engine;
+    // The editor may delete the arpeggiator; it does so under this lock.
+    std::lock_guard guard(engine.lock);
+    CGlobalArpeggioBlock* arpeggiator = engine.arpeggiator;
+    if (!arpeggiator || !engine.arpeggiatorActive) return;
+    const double speed = arpeggiator->speed.load();
+    if (!(speed > 0.0)) return;
+    // A step is a sixteenth of a four-beat bar at speed 1, as the engine counts it.
+    const double stepBeats = 1.0 / (4.0 * speed);
+    const double steps = barBeat / stepBeats;
+    const double stepSamples = double(sampleRate.load()) * 60.0 / beatsPerMinute.load() * stepBeats;
+    arpeggiator->samplesToTick = int((std::ceil(steps) - steps) * stepSamples);
 }
 
 void Plugin::StartNotify() {

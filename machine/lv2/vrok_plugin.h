@@ -66,7 +66,7 @@ struct Uris {
     LV2_URID atomBlank, atomObject, atomChunk, atomPath, atomFloat, atomDouble, atomInt, atomLong, atomUrid,
         atomSequence, atomEventTransfer;
     LV2_URID midiEvent;
-    LV2_URID timePosition, timeBeatsPerMinute, timeSpeed;
+    LV2_URID timePosition, timeBeatsPerMinute, timeSpeed, timeBarBeat;
     LV2_URID patchSet, patchGet, patchProperty, patchValue;
     LV2_URID paramSampleRate;
     LV2_URID patchState, patchFile;
@@ -145,6 +145,9 @@ private:
     void HandleMidi(const uint8_t* bytes, uint32_t size);
     void HandleObject(const LV2_Atom_Object& object);
     void ReleaseSustained();
+    // While the host's transport rolls, the arpeggiator's next step waits for the host's
+    // next step boundary after `barBeat`.
+    void AlignArpeggiator(double barBeat);
     void StartNotify();
     void NotifyPatchFile();
 

@@ -222,6 +222,22 @@ TEST(Lv2Bundle, HostTempoTimesTheArpeggiatorAndTheSyncedDelay) {
     }
 }
 
+// A rolling transport's position puts the arpeggiator's next step on the host's grid.
+TEST(Lv2Bundle, TransportPositionAlignsTheArpeggiator) {
+    Instance vrok(kInstrument);
+    vrok.driver.LoadPatch(kTestData + "/arp_impulse.vrkx");
+    lv2test::Event position;
+    position.frame = 1000;
+    position.beatsPerMinute = 120.0;
+    position.barBeat = 0.1;  // 0.4 of a step into the bar: the next step is 0.6 of a step away
+    const double step = kRate * 60.0 / 120.0 / 4.0;
+    const auto out = vrok.driver.Render(20000, 256, {NoteOn(0, 60), position});
+    const long first = lv2test::FirstAbove(out.left, 1001, 0.5f);
+    EXPECT_NEAR(double(first), 1000.0 + 0.6 * step, 256.0);
+    const long second = lv2test::FirstAbove(out.left, size_t(first) + 1, 0.5f);
+    EXPECT_NEAR(double(second - first), step, 256.0);
+}
+
 // The bundle's presets name patch files inside it; lilv hands the plug-in their full path.
 TEST(Lv2Bundle, PresetsLoadTheirPatches) {
     Instance vrok(kInstrument);

@@ -154,8 +154,12 @@ void Driver::RunBlock(uint32_t n, const std::vector<const Event*>& events, int64
             lv2_atom_forge_object(&forge, &frame, 0, features.Map(LV2_TIME__Position));
             lv2_atom_forge_key(&forge, features.Map(LV2_TIME__beatsPerMinute));
             lv2_atom_forge_float(&forge, float(e->beatsPerMinute));
-            lv2_atom_forge_key(&forge, features.Map(LV2_TIME__speed));
-            lv2_atom_forge_float(&forge, 1.0f);
+            if (e->barBeat >= 0) {
+                lv2_atom_forge_key(&forge, features.Map(LV2_TIME__speed));
+                lv2_atom_forge_float(&forge, 1.0f);
+                lv2_atom_forge_key(&forge, features.Map(LV2_TIME__barBeat));
+                lv2_atom_forge_float(&forge, float(e->barBeat));
+            }
             lv2_atom_forge_pop(&forge, &frame);
         } else if (e->patchGet) {
             lv2_atom_forge_object(&forge, &frame, 0, features.Map(LV2_PATCH__Get));

@@ -66,6 +66,7 @@ struct Event {
     int64_t frame = 0;
     std::vector<uint8_t> midi;  // a MIDI message, or empty
     double beatsPerMinute = 0;  // a time:Position with this tempo when above 0
+    double barBeat = -1;        // and, when not negative, rolling at this beat of the bar
     std::string patchFile;      // a patch:Set of the patch file when not empty
     bool patchGet = false;
 };
