@@ -245,7 +245,7 @@ void PatchGlobal::ApplyMasterEffectParameter(int event, float value) {
         case 103: chorus.SetPhasing(value); break;
         case 201: delay.wet = value; break;
         case 202: delay.SetMode(static_cast<int>(value * 2.0f)); break;
-        case 203: delay.SetTempoSync(value > 0.0f); break;
+        case 203: break;  // "TempoSync" is kept with the patch and changes nothing
         case 204: delay.SetLength(value); break;
         case 205: delay.cross = value; break;
         case 206: delay.feedback = value * 0.9999f; break;

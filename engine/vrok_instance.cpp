@@ -355,10 +355,7 @@ void VrokInstance::Render(StereoBuffers buffers, int numSamples) {
     // order is fixed: chorus, delay, reverb.
     const ScopedFlushDenormals flush;
     if (chorusOn) chorus->Process(buffers, numSamples);
-    if (delayOn) {
-        delay->SetSamplesPerBar(samplesPerBar);
-        delay->Process(buffers, numSamples);
-    }
+    if (delayOn) delay->Process(buffers, numSamples);
     if (reverbOn) reverb->Process(buffers, buffers, numSamples);
 }
 

@@ -1,4 +1,4 @@
-// The master delay: lengths from the settings and the host's tempo, and the per-sample loop.
+// The master delay: lengths from the settings, and the per-sample loop.
 #include "fx/master_delay.h"
 
 #include <algorithm>
@@ -6,23 +6,12 @@
 
 namespace {
 
-// Note values a synced length steps through, as fractions of a measure: 1/32, 1/16
-// triplet, 1/16, 1/8 triplet, dotted 1/16, 1/8, 1/4 triplet, dotted 1/8, 1/4, 1/2
-// triplet, dotted 1/4, 1/2.
-constexpr float kSyncFractions[] = {1.0f / 32, 1.0f / 24, 1.0f / 16, 1.0f / 12, 3.0f / 32, 1.0f / 8,
-                                    1.0f / 6,  3.0f / 16, 1.0f / 4,  1.0f / 3,  3.0f / 8,  1.0f / 2};
-constexpr int kSyncSteps = int(std::size(kSyncFractions));
-
 // The slot read for floor(q) = i: i - 0.5 rounded to nearest with ties to even, which
 // for i >= 0 is i with its low bit cleared. Reads are held over pairs of samples; that
 // coarse grain is the delay's character and must not become a plain floor.
 inline int EvenSlot(int i) { return i & ~1; }
 
 }  // namespace
-
-float SyncedMeasureFraction(float lengthValue) {
-    return kSyncFractions[std::clamp(int(lengthValue * float(kSyncSteps)), 0, kSyncSteps - 1)];
-}
 
 MasterDelay::MasterDelay(float rate)
     : ringLeft(float(int(rate))), ringRight(float(int(rate))), sampleRate(rate) {
@@ -44,26 +33,11 @@ void MasterDelay::SetSpacing(float value) {
     UpdateLengths();
 }
 
-void MasterDelay::SetTempoSync(bool on) {
-    tempoSync = on;
-    UpdateLengths();
-}
-
-void MasterDelay::SetSamplesPerBar(int samples) {
-    if (samples == samplesPerBar) return;
-    samplesPerBar = samples;
-    if (tempoSync) UpdateLengths();
-}
-
 void MasterDelay::UpdateLengths() {
     const float f = lengthValue * 0.95f + 0.05f;
     const float longest = float(ringRight.size - 1);
     if (mode == kWiden) {
         baseLength = sampleRate * f * 0.06f;
-    } else if (tempoSync && samplesPerBar > 0) {
-        // A note value too long for the ring is halved until it fits, so it stays on the beat.
-        baseLength = float(samplesPerBar) * SyncedMeasureFraction(lengthValue);
-        while (baseLength > longest) baseLength *= 0.5f;
     } else {
         baseLength = longest * f;
     }

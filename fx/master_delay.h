@@ -1,6 +1,7 @@
 // The master delay: a stereo delay with negated cross-feed, so echoes flip polarity every
-// round and, with full cross, ping-pong between the channels. Three spacing modes, and a
-// tempo sync that takes the length from the host's measure. Second of the master stages.
+// round and, with full cross, ping-pong between the channels. Three spacing modes. The
+// patch's "TempoSync" switch is stored and saved but changes nothing here: the
+// length is set by "Length" alone. Second of the master stages.
 #pragma once
 
 #include "engine/audio_block.h"
@@ -19,11 +20,6 @@ public:
     void SetLength(float value);
     // "Spacing" 0..1; 0.5 is centred.
     void SetSpacing(float value);
-    // While on, "Length" picks a note value of the measure in the normal and spaced modes.
-    void SetTempoSync(bool on);
-    // The host's measure; recalculates only when synced and the measure changed.
-    // Audio thread, before Process; allocation-free.
-    void SetSamplesPerBar(int samples);
     // In place. Audio thread; allocation-free.
     void Process(StereoBuffers buffers, int numSamples);
 
@@ -37,12 +33,7 @@ public:
     float feedback = 0.5f;
     float lengthValue = 0.5f;
     int mode = kNormal;
-    bool tempoSync = false;
-    int samplesPerBar = 84672;
 
 private:
     void UpdateLengths();
 };
-
-// The fraction of a measure that a synced "Length" stands for, from a 1/32 note to a half.
-float SyncedMeasureFraction(float lengthValue);

@@ -1,5 +1,5 @@
 // The master chorus and delay alone: ring lengths, the chorus's delay range and settings,
-// and the delay's echo spacing, tempo sync, feedback, polarity and paired reads.
+// and the delay's echo spacing, feedback, polarity and paired reads.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -136,44 +136,6 @@ Signal Click(MasterDelay& delay, int frames, bool stereo = false) {
     if (stereo) signal.right[0] = signal.right[1] = 1000.0f;
     signal.Through(delay);
     return signal;
-}
-
-TEST(DelayEcho, SyncedLengthIsANoteValueOfTheHostMeasure) {
-    struct Row {
-        double bpm;
-        float lengthValue;
-        int echoAt;  // frames
-    } rows[] = {
-        {120.0, 0.0f, 2757},    // 1/32 of 88200 is 2756.25: heard from the next whole frame
-        {120.0, 0.45f, 11025},  // 1/8
-        {90.0, 0.7f, 29400},    // 1/4 at 90: 117600 / 4
-        {140.0, 0.6f, 14175},   // dotted 1/8 at 140: 75600 * 3 / 16
-        {60.0, 1.0f, 22050},    // a half note is 2 s: halved twice to fit the 1 s ring
-    };
-    for (const Row& row : rows) {
-        MasterDelay delay(44100.0f);
-        delay.wet = 1.0f;
-        delay.feedback = 0.0f;
-        delay.SetTempoSync(true);
-        delay.SetLength(row.lengthValue);
-        delay.SetSamplesPerBar(int(44100.0 * 60.0 / row.bpm * 4.0));
-        const Signal out = Click(delay, row.echoAt + 8, true);
-        EXPECT_EQ(Signal::Hits(out.right), (std::vector<int>{row.echoAt, row.echoAt + 1})) << row.bpm;
-    }
-}
-
-TEST(DelayEcho, TempoChangeMovesSyncedEchoesAndUnsyncedOnesIgnoreIt) {
-    MasterDelay delay(44100.0f);
-    delay.SetTempoSync(true);
-    delay.SetLength(0.45f);
-    delay.SetSamplesPerBar(88200);
-    EXPECT_FLOAT_EQ(delay.lengthLeft, 11025.0f);
-    delay.SetSamplesPerBar(44100);
-    EXPECT_FLOAT_EQ(delay.lengthLeft, 5512.5f);
-    delay.SetTempoSync(false);
-    EXPECT_FLOAT_EQ(delay.lengthLeft, 44099.0f * (0.45f * 0.95f + 0.05f));
-    delay.SetSamplesPerBar(88200);
-    EXPECT_FLOAT_EQ(delay.lengthLeft, 44099.0f * (0.45f * 0.95f + 0.05f));
 }
 
 TEST(DelayEcho, ShortestLengthsPerModeAndPairedReads) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <vector>
 
 #include "document/patch_records.h"
 #include "document/vrok_doc.h"
@@ -31,7 +32,6 @@ TEST(MasterGlobals, EveryEffectEventReachesItsOwnSetting) {
         {"Param_Delay_WetDry", 0.9f, [](const VrokInstance& e) { return e.delay->wet == 0.9f; }},
         {"Param_Delay_Type", 1.0f,
          [](const VrokInstance& e) { return e.delay->mode == MasterDelay::kWiden; }},
-        {"Param_Delay_TempoSync", 1.0f, [](const VrokInstance& e) { return e.delay->tempoSync; }},
         {"Param_Delay_Length", 0.2f, [](const VrokInstance& e) { return e.delay->lengthValue == 0.2f; }},
         {"Param_Delay_Cross", 0.3f, [](const VrokInstance& e) { return e.delay->cross == 0.3f; }},
         {"Param_Delay_Feedback", 1.0f, [](const VrokInstance& e) { return e.delay->feedback == 0.9999f; }},
@@ -90,6 +90,30 @@ TEST(MasterGlobals, RateChangeDropsTheTailsAndKeepsTheSettings) {
     EXPECT_EQ(engine.chorus->wet, 0.5f);
     EXPECT_EQ(engine.delay->lengthValue, 0.1f);
     EXPECT_TRUE(engine.reverbOn && engine.chorusOn && engine.delayOn);
+}
+
+TEST(MasterGlobals, TempoSyncIsKeptButChangesNothingHeard) {
+    // A click through the delay at two tempos, with the switch off and on: one sound.
+    auto render = [](float sync, int samplesPerBar) {
+        VrokDoc doc;
+        doc.global->SetValue("Param_Delay_Enable", 1.0f);
+        doc.global->SetValue("Param_Delay_TempoSync", sync);
+        doc.engine->samplesPerBar = samplesPerBar;
+        std::vector<float> out;
+        float left[kMaxFrames], right[kMaxFrames];
+        for (int call = 0; call < 200; ++call) {
+            std::fill_n(left, kMaxFrames, 0.0f);
+            std::fill_n(right, kMaxFrames, 0.0f);
+            if (call == 0) left[0] = left[1] = 20000.0f;
+            doc.engine->Render({left, right}, kMaxFrames);
+            out.insert(out.end(), left, left + kMaxFrames);
+        }
+        EXPECT_EQ(doc.global->Value("Param_Delay_TempoSync"), sync) << "stored";
+        return out;
+    };
+    const std::vector<float> plain = render(0.0f, 84672);
+    EXPECT_EQ(render(1.0f, 84672), plain);
+    EXPECT_EQ(render(1.0f, 44100), plain);
 }
 
 }  // namespace

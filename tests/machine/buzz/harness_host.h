@@ -110,7 +110,7 @@ public:
     explicit Stream(std::vector<uint8_t> bytes = {}) : bytes(std::move(bytes)) {}
     void Read(void* buffer, int numBytes) override {
         const size_t n = std::min(bytes.size() - position, size_t(std::max(numBytes, 0)));
-        std::memcpy(buffer, bytes.data() + position, n);
+        if (n > 0) std::memcpy(buffer, bytes.data() + position, n);  // an empty stream has no data pointer
         position += n;
     }
     void Write(const void* buffer, int numBytes) override {
