@@ -1,14 +1,14 @@
 // The `vrok` command: renders, lists and converts patches without a host or a display, and
-// shows the toolkit's widget gallery in a window.
+// opens the patch editor and the toolkit's widget gallery in a window.
 // Argument parsing only; the subcommands live in app/commands.cpp.
 #include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <string>
 
 #include "app/audio_file.h"
 #include "app/commands.h"
 #include "app/demo.h"
+#include "app/edit/edit.h"
 #include "app/gallery/gallery.h"
 
 int main(int argc, char** argv) {
@@ -22,15 +22,18 @@ int main(int argc, char** argv) {
     renderCommand->add_option("--rate", render.sampleRate, "Sample rate in Hz")
         ->check(CLI::Range(8000, 192000))
         ->capture_default_str();
-    renderCommand->add_option("--play", render.play,
-                              "NOTE[:VELOCITY]@START[-END]: a MIDI note (number or name such as C4, A#3, Bb2; "
-                              "A4 = 69), velocity 1..127 (127), times in seconds; repeatable");
+    renderCommand->add_option(
+        "--play", render.play,
+        "NOTE[:VELOCITY]@START[-END]: a MIDI note (number or name such as C4, A#3, Bb2; "
+        "A4 = 69), velocity 1..127 (127), times in seconds; repeatable");
     renderCommand->add_option("--midi", render.midiFile, "Standard MIDI file whose notes are played");
     renderCommand->add_option("--track", render.track,
                               "NOTE[:VELOCITY]@START[-END]: a pattern note played through the host's tracks, "
                               "velocity 0..128; repeatable");
-    renderCommand->add_option("--input", render.inputFile, "Mono or stereo sound file fed to the input blocks");
-    renderCommand->add_option("--knob", render.knobs, "N=VALUE: host knob N (1..8) at VALUE (0..128); repeatable");
+    renderCommand->add_option("--input", render.inputFile,
+                              "Mono or stereo sound file fed to the input blocks");
+    renderCommand->add_option("--knob", render.knobs,
+                              "N=VALUE: host knob N (1..8) at VALUE (0..128); repeatable");
     renderCommand->add_option("--tempo", render.tempo, "Host tempo in beats per minute")
         ->check(CLI::Range(1.0, 1000.0))
         ->capture_default_str();
@@ -53,12 +56,14 @@ int main(int argc, char** argv) {
 
     std::string infoPatch;
     bool infoJson = false;
-    CLI::App* infoCommand = app.add_subcommand("info", "List the blocks, wires and global settings of a patch");
+    CLI::App* infoCommand =
+        app.add_subcommand("info", "List the blocks, wires and global settings of a patch");
     infoCommand->add_option("patch", infoPatch, "Patch file (.vrkx or .vrk)")->required();
     infoCommand->add_flag("--json", infoJson, "Print one JSON document");
 
     std::string convertIn, convertOut;
-    CLI::App* convertCommand = app.add_subcommand("convert", "Load a .vrkx or .vrk patch and write it as .vrkx");
+    CLI::App* convertCommand =
+        app.add_subcommand("convert", "Load a .vrkx or .vrk patch and write it as .vrkx");
     convertCommand->add_option("input", convertIn, "Patch file (.vrkx or .vrk)")->required();
     convertCommand->add_option("output", convertOut, "Output .vrkx file")->required();
     std::vector<std::string> convertSamples, convertRoots;
@@ -69,12 +74,25 @@ int main(int argc, char** argv) {
     int demoRate = 44100;
     CLI::App* demo = app.add_subcommand("demo", "Render a built-in chord (4 seconds) to a WAV file");
     demo->add_option("-o,--output", demoOut, "Output WAV file")->capture_default_str();
-    demo->add_option("--rate", demoRate, "Sample rate in Hz")->check(CLI::Range(8000, 192000))->capture_default_str();
+    demo->add_option("--rate", demoRate, "Sample rate in Hz")
+        ->check(CLI::Range(8000, 192000))
+        ->capture_default_str();
 
     app::GalleryOptions gallery;
-    CLI::App* galleryCommand = app.add_subcommand("gallery", "Open a window with every toolkit widget; prints each change");
-    galleryCommand->add_option("--screenshot", gallery.screenshot, "Write the window to this PNG file, then exit");
+    CLI::App* galleryCommand =
+        app.add_subcommand("gallery", "Open a window with every toolkit widget; prints each change");
+    galleryCommand->add_option("--screenshot", gallery.screenshot,
+                               "Write the window to this PNG file, then exit");
     galleryCommand->add_option("--after", gallery.afterMs, "Milliseconds before the screenshot")
+        ->check(CLI::Range(0, 600000))
+        ->capture_default_str();
+
+    app::EditOptions edit;
+    CLI::App* editCommand =
+        app.add_subcommand("edit", "Open the patch editor on a patch (or the default patch)");
+    editCommand->add_option("patch", edit.patch, "Patch file (.vrkx or .vrk)");
+    editCommand->add_option("--screenshot", edit.screenshot, "Write the window to this PNG file, then exit");
+    editCommand->add_option("--after", edit.afterMs, "Milliseconds before the screenshot")
         ->check(CLI::Range(0, 600000))
         ->capture_default_str();
 
@@ -95,8 +113,10 @@ int main(int argc, char** argv) {
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
     if (*convertCommand) return app::RunConvert(convertIn, convertOut, convertSamples, convertRoots);
     if (*galleryCommand) return app::RunGallery(gallery);
+    if (*editCommand) return app::RunEdit(edit);
     if (*demo) {
-        WriteResult result = WriteStereoWav(demoOut, RenderDemoChord(4.0f, demoRate), demoRate, SampleFormat::Float);
+        WriteResult result =
+            WriteStereoWav(demoOut, RenderDemoChord(4.0f, demoRate), demoRate, SampleFormat::Float);
         if (!result.ok) {
             app::PrintError(result.error);
             return 1;

@@ -190,7 +190,7 @@ bool LittleVrokButton::OnMouseLeave(int, int) {
 bool LittleVrokButton::OnDraw(G::Renderer& renderer, G::Rect) {
     const float w = static_cast<float>(bounds.w);
     const float h = static_cast<float>(bounds.h);
-    DrawBackground(renderer, G::Rect{0, 0, bounds.w, bounds.h});
+    PaintUnderlay(renderer, G::theme::Palette(1));
     const Color fill = G::theme::Palette(colorIndex);
     const Color hoverColor = G::theme::Palette(hoverColorIndex);
     switch (shape) {

@@ -163,7 +163,12 @@ bool Control::OnDraw(Renderer& renderer, Rect clip) {
 
 void Control::DrawBackground(Renderer& renderer, const Rect& clip) {
     if (background) {
-        background->PaintBackground(renderer, clip);
+        // The renderer paints in the parent's coordinates, moved so they land in this bitmap.
+        const double tx = renderer.TranslateX();
+        const double ty = renderer.TranslateY();
+        renderer.SetView(1.0, tx - bounds.x, ty - bounds.y);
+        background->PaintBackground(renderer, Rect{clip.x + bounds.x, clip.y + bounds.y, clip.w, clip.h});
+        renderer.SetView(1.0, tx, ty);
         return;
     }
     const float w = static_cast<float>(bounds.w);
@@ -180,6 +185,15 @@ void Control::DrawBackground(Renderer& renderer, const Rect& clip) {
         renderer.StrokeRect(Pen{0xFFDCDCDC, static_cast<float>(i)}, FloatRect{inset, inset, rw, rh});
     }
     renderer.StrokeRect(Pen{0xFF000000, 1.0f}, FloatRect{0, 0, w, h});
+}
+
+void Control::PaintUnderlay(Renderer& renderer, Color fill) {
+    const Rect whole{0, 0, bounds.w, bounds.h};
+    if (background) {
+        DrawBackground(renderer, whole);
+    } else {
+        renderer.FillRect(Brush::Solid(fill), FloatRect{0, 0, float(bounds.w), float(bounds.h)});
+    }
 }
 
 void Control::Invalidate(const Rect* r) {

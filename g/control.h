@@ -56,6 +56,9 @@ public:
     virtual bool OnClose() { return false; }
     virtual bool OnDropFile(const std::string& path) { return false; }
     virtual bool OnDraw(Renderer& renderer, Rect clip);
+    // With a background renderer: asks it for `clip` (own coordinates) as it lies in the
+    // parent, so gradients and title strips line up under the control. Otherwise the default
+    // recipe, which leaves the bitmap's old pixels under its outlines.
     virtual void DrawBackground(Renderer& renderer, const Rect& clip);
     // Called by a scroller on its owner after the position changed.
     virtual bool OnVScroll(int code, int position) { return false; }
@@ -99,6 +102,10 @@ public:
     // Deletes a child (its destructor unlinks it).
     void DestroyChild(Control* child);
     void SetColorIndex(int index);
+    // Covers the whole control with what lies under it: the background renderer's painting
+    // when one is set, otherwise a plain `fill`. A face starts here, so no pixel of an earlier
+    // paint survives.
+    void PaintUnderlay(Renderer& renderer, Color fill);
     int Width() const { return bounds.w; }
     int Height() const { return bounds.h; }
 

@@ -52,7 +52,8 @@ constexpr int kOemPeriod = 0xBE;
 // Virtual key to toolkit code.
 int TranslateKey(int virtualKey);
 
-enum Modifier : unsigned { kShiftDown = 1, kCtrlDown = 2, kAltDown = 4 };
+// Summed as the editor compares them: "exactly Shift" is a state of 2.
+enum Modifier : unsigned { kCtrlDown = 1, kShiftDown = 2, kAltDown = 4 };
 
 // The modifier state of the message being handled; native layers set it per message.
 unsigned CurrentModifiers();

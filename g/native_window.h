@@ -121,6 +121,9 @@ public:
     // Modal; true with the chosen path, false when cancelled. Saving asks before overwriting.
     virtual bool OpenFileDialog(const FileDialogRequest& request, std::string& path) = 0;
     virtual bool SaveFileDialog(const FileDialogRequest& request, std::string& path) = 0;
+    // Hands `address` to the user's web browser and returns at once; the browser outlives the
+    // call and the program. False when no browser could be started, as on a platform without one.
+    virtual bool OpenUrl(const std::string& address) { return false; }
 
 private:
     void PaintPass();

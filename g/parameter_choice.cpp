@@ -119,6 +119,16 @@ bool ParameterChoice::OnDraw(Renderer& renderer, Rect) {
     return true;
 }
 
+void ParameterChoice::DrawBackground(Renderer& renderer, const Rect& clip) {
+    // The buttons paint this under their faces too, so it must cover what it is asked for.
+    if (background) {
+        Window::DrawBackground(renderer, clip);
+    } else {
+        renderer.FillRect(Brush::Solid(theme::Palette(1)),
+                          FloatRect{float(clip.x), float(clip.y), float(clip.w), float(clip.h)});
+    }
+}
+
 void ParameterChoice::OnResized(int w, int h) {
     Window::OnResized(w, h);
     Layout();

@@ -31,6 +31,8 @@ public:
     // it. Then a black frame (accent when the button has focus) and the item's glyph or text.
     void PaintItem(int id, Renderer& renderer, const Rect& area, int state) override;
     bool OnDraw(Renderer& renderer, Rect clip) override;
+    // The background renderer's painting, or palette 1 without one.
+    void DrawBackground(Renderer& renderer, const Rect& clip) override;
     void OnResized(int w, int h) override;
 
     std::vector<CustomButton*> buttons;  // in item order; owned through the child list

@@ -237,7 +237,7 @@ void ParameterPitch::DrawPiano(Renderer& renderer, int top) {
 bool ParameterPitch::OnDraw(Renderer& renderer, Rect) {
     const int w = bounds.w;
     const int h = bounds.h;
-    DrawBackground(renderer, Rect{0, 0, w, h});
+    PaintUnderlay(renderer, theme::Palette(1));
     DrawPiano(renderer, (h - kPianoHeight) / 2);
     float knobTop = static_cast<float>((h - kCentsKnobSize) / 2);
     FloatRect knob{w - kCentsKnobSize + 0.5f, knobTop + 0.5f, kCentsKnobSize - 1.0f, kCentsKnobSize - 1.0f};

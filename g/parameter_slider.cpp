@@ -104,7 +104,7 @@ bool ParameterSlider::OnFocusChanged(bool) {
 bool ParameterSlider::OnDraw(Renderer& renderer, Rect) {
     const float w = static_cast<float>(bounds.w);
     const float h = static_cast<float>(bounds.h);
-    DrawBackground(renderer, Rect{0, 0, bounds.w, bounds.h});
+    PaintUnderlay(renderer, theme::Palette(0));
     Color barColor = theme::Palette(colorIndex);
     if (press.state != 0) barColor = Brighten(barColor, kHighlightRaise);
     const float length = vertical ? h : w;

@@ -78,7 +78,7 @@ void ParameterSwitch::DrawSwitchFace(Renderer& renderer, int side) {
 }
 
 bool ParameterSwitch::OnDraw(Renderer& renderer, Rect) {
-    DrawBackground(renderer, Rect{0, 0, bounds.w, bounds.h});
+    PaintUnderlay(renderer, theme::Palette(1));
     DrawSwitchFace(renderer, std::min(bounds.w, bounds.h));
     return true;
 }
@@ -88,7 +88,7 @@ ParameterSwitchWithLabel::ParameterSwitchWithLabel(Control* parentControl, Float
     : ParameterSwitch(parentControl, paramListener, index, initial), label(text) {}
 
 bool ParameterSwitchWithLabel::OnDraw(Renderer& renderer, Rect) {
-    DrawBackground(renderer, Rect{0, 0, bounds.w, bounds.h});
+    PaintUnderlay(renderer, theme::Palette(1));
     const int side = std::min(bounds.w, bounds.h);
     DrawSwitchFace(renderer, side);
     renderer.DrawText(label, Rect{side + kLabelGap, 0, bounds.w - side - kLabelGap, bounds.h},

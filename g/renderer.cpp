@@ -446,6 +446,7 @@ void Renderer::DrawImage(const Image* image, float x, float y) {
         }
         for (int i = x0; i < x1; ++i, in += 4, out += 3) {
             unsigned a = in[3];
+            if (a == 0) continue;  // shadows are mostly clear: the blend would give the same bytes
             for (int c = 0; c < 3; ++c) {
                 // `in` is red, green, blue; `out` is blue, green, red.
                 unsigned s = in[2 - c];

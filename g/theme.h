@@ -9,7 +9,10 @@ namespace G {
 
 class Renderer;
 
-// Paints a control's background in place of the default recipe.
+// Paints a control's background in place of the default recipe. `area` is given in the
+// coordinates of the control's parent (normally the renderer itself), and the renderer's view
+// is moved so that those coordinates land in the control's bitmap: the renderer paints its own
+// surface as it stands, and the control receives the part under it.
 class BackgroundRenderer {
 public:
     virtual ~BackgroundRenderer() = default;

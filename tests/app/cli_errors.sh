@@ -48,6 +48,10 @@ render_fails 1 "truncated.vrk: file ends" "$bad/truncated.vrk"
 render_fails 1 "negative_count.vrk" "$bad/negative_count.vrk"
 render_fails 1 "unknown_type.vrk: unknown block type 36" "$bad/unknown_type.vrk"
 expect 1 "wrong_magic.vrk" info "$bad/wrong_magic.vrk"
+# The editor reads its patch before it opens a window, so these need no display.
+expect 1 "$work/nope.vrkx: cannot open file" edit "$work/nope.vrkx"
+expect 1 "unclosed_element.vrkx: line" edit "$bad/unclosed_element.vrkx"
+expect 1 "wrong_magic.vrk" edit "$bad/wrong_magic.vrk"
 expect 1 "unclosed_element.vrkx" convert "$bad/unclosed_element.vrkx" "$work/out.vrkx"
 
 # Other files.

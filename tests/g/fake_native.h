@@ -68,6 +68,10 @@ public:
     }
     bool OpenFileDialog(const G::FileDialogRequest&, std::string&) override { return false; }
     bool SaveFileDialog(const G::FileDialogRequest&, std::string&) override { return false; }
+    bool OpenUrl(const std::string& address) override {
+        openedUrls.push_back(address);
+        return true;
+    }
 
     // [SECTION] Synthetic messages
     bool Send(G::NativeEventKind kind, int x = 0, int y = 0, unsigned modifiers = 0) {
@@ -113,6 +117,7 @@ public:
     std::wstring title;
     std::string clipboard;
     std::vector<G::Rect> presented;
+    std::vector<std::string> openedUrls;
     const G::MenuItem* menuShown = nullptr;
     int menuX = 0;
     int menuY = 0;

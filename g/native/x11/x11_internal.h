@@ -281,4 +281,8 @@ MessageBoxResult RunMessageBox(WindowId owner, const std::string& text, const st
                                MessageBoxKind kind);
 bool RunFileDialog(WindowId owner, const FileDialogRequest& request, bool saving, std::string& path);
 
+// Runs "xdg-open address" detached: its output goes nowhere and a thread of its own reaps it.
+// False, with a log line, when it cannot be started (not installed, no PATH entry).
+bool OpenUrl(const std::string& address);
+
 }  // namespace G::x11

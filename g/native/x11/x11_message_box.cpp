@@ -8,6 +8,7 @@
 #include "g/bitmap.h"
 #include "g/native/x11/x11_internal.h"
 #include "g/renderer.h"
+#include "g/text_lines.h"
 #include "g/theme.h"
 
 namespace G::x11 {
@@ -24,12 +25,7 @@ float TextWidth(const std::string& text) { return Renderer::MeasureText(text, th
 // Lines of at most kWrapWidth pixels, broken at spaces where a line is too long.
 std::vector<std::string> WrapText(const std::string& text) {
     std::vector<std::string> lines;
-    size_t start = 0;
-    while (start <= text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos) end = text.size();
-        std::string paragraph = text.substr(start, end - start);
-        start = end + 1;
+    for (const std::string& paragraph : SplitLines(text)) {
         std::string line;
         size_t word = 0;
         while (word < paragraph.size()) {

@@ -222,6 +222,8 @@ public:
         return RunFileDialog(handle, request, true, path);
     }
 
+    bool OpenUrl(const std::string& address) override { return x11::OpenUrl(address); }
+
     void Advertise() { dnd.Advertise(); }
 
 private:
