@@ -241,6 +241,12 @@ void Plugin::Adopt(std::unique_ptr<Patch> patch) {
     delete pending.exchange(patch.release(), std::memory_order_acq_rel);
 }
 
+mi& Plugin::PinCurrent() {
+    std::lock_guard guard(swapLock);
+    pinned.store(current->machine.get(), std::memory_order_release);
+    return *current->machine;
+}
+
 void Plugin::FreeRetired() {
     std::lock_guard guard(swapLock);
     FreeRetiredLocked();
@@ -617,6 +623,12 @@ machine::MasterInfo Plugin::GetMasterInfo() {
     info.ticksPerBeat = 1;
     info.samplesPerTick = int(double(info.samplesPerSec) * 60.0 / beatsPerMinute.load());
     return info;
+}
+
+void Plugin::ControlChange(machine::MachineHandle, int group, int, int parameter, int value) {
+    if (group != machine::kGroupGlobal || parameter < 0 || parameter >= machine::kNumKnobs || !knobSink)
+        return;
+    knobSink->KnobMoved(parameter, std::clamp(float(value), 0.0f, kKnobMax));
 }
 
 std::string Plugin::GetMachineName(machine::MachineHandle) {

@@ -72,6 +72,14 @@ struct Uris {
     LV2_URID patchState, patchFile;
 };
 
+// Where the editor's knob panels send the host's knobs: the UI, which writes the ports.
+class KnobSink {
+public:
+    virtual ~KnobSink() = default;
+    // `value` 0..128, knob `index` 0..7. GUI thread.
+    virtual void KnobMoved(int index, float value) = 0;
+};
+
 class Plugin final : private machine::Host {
 public:
     // A host without urid:map (lv2apply has none) gets a private map: it can send no atoms
@@ -105,7 +113,12 @@ public:
     // alive with Pin while it shows it. `generation` counts the swaps.
     mi& Machine() const { return *current->machine; }
     uint32_t Generation() const { return generation.load(std::memory_order_acquire); }
-    void Pin(mi* shown) { pinned.store(shown, std::memory_order_release); }
+    // The machine now playing, kept from being freed until the next PinCurrent or Unpin.
+    // Off the audio thread.
+    mi& PinCurrent();
+    void Unpin() { pinned.store(nullptr, std::memory_order_release); }
+    // GUI thread; null detaches.
+    void SetKnobSink(KnobSink* sink) { knobSink = sink; }
     // Frees the machine Run set aside, unless it is pinned. Off the audio thread.
     void FreeRetired();
     const Uris& UriTable() const { return *uris; }
@@ -124,7 +137,8 @@ private:
     void SetMachineInterfaceEx(machine::MachineInterfaceEx*) override {}
     void SetEventHandler(machine::MachineHandle, int, machine::EventHandler, void*) override {}
     std::string GetMachineName(machine::MachineHandle) override;
-    void ControlChange(machine::MachineHandle, int, int, int, int) override {}
+    // The editor's knob panels: the UI moves the host's port.
+    void ControlChange(machine::MachineHandle, int group, int track, int parameter, int value) override;
     // A DAW routes MIDI to the plug-in itself: every channel is ours.
     bool HostMIDIFiltering() override { return true; }
 
@@ -186,6 +200,7 @@ private:
     std::atomic<uint32_t> generation{0};
     std::mutex swapLock;
 
+    KnobSink* knobSink = nullptr;
     float knobValues[machine::kNumKnobs];
     bool sustainDown = false;
     bool sustained[128] = {};

@@ -156,13 +156,51 @@ def install(env, cmake, build_dir, work):
     return dict(env, LV2_PATH=bundle_dir + ":/usr/lib/lv2")
 
 
+def test_jalv_embeds_the_editor(env, work):
+    """jalv.gtk3 embeds the X11 UI in its GTK window; the editor's window hangs below it."""
+    server = "vrok-lv2-ui-test-%d" % os.getpid()
+    env = dict(env, JACK_DEFAULT_SERVER=server, JACK_NO_AUDIO_RESERVATION="1")
+    jackd = jalv = None
+    log = open(os.path.join(work, "jack-ui.log"), "w")
+    try:
+        jackd = subprocess.Popen(["jackd", "--no-realtime", "-n", server, "-d", "dummy", "-r", str(RATE), "-p", "256"],
+                                 env=env, stdin=subprocess.DEVNULL, stdout=log, stderr=subprocess.STDOUT)
+        if run(env, "jack_wait", "-s", server, "-w", "-t", "10", timeout=15).returncode != 0:
+            check(False, "a private JACK server starts for the UI run")
+            return
+        jalv = subprocess.Popen(["jalv.gtk3", "-n", "vrokui", INSTRUMENT], env=env, stdin=subprocess.PIPE,
+                                stdout=log, stderr=subprocess.STDOUT)
+
+        def tree():
+            return run(env, "xwininfo", "-root", "-tree", timeout=10).stdout
+
+        def embedded():
+            # The host's window, then (indented deeper) the editor's.
+            lines = tree().splitlines()
+            host = [i for i, line in enumerate(lines) if '"jalv.gtk3"' in line and "Jalv" in line]
+            editor = [i for i, line in enumerate(lines) if "[VROK] fx editor - [VROK] synth" in line]
+            if not host or not editor:
+                return False
+            depth = lambda line: len(line) - len(line.lstrip())
+            return any(h < e and depth(lines[h]) < depth(lines[e]) for h in host for e in editor)
+
+        check(wait_for(embedded, 20), "jalv.gtk3 embeds the editor inside its own window")
+        check(jalv.poll() is None, "jalv.gtk3 keeps running with the editor shown")
+    finally:
+        stop(jalv)
+        stop(jackd)
+        log.close()
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--bundle-dir", required=True, help="the folder holding vrok.lv2 in the build tree")
     parser.add_argument("--build-dir", required=True)
     parser.add_argument("--cmake", required=True)
+    parser.add_argument("--ui", action="store_true", help="only the editor in jalv.gtk3 (needs an X server)")
     args = parser.parse_args()
-    tools = ["lv2ls", "lv2info", "lv2apply", "jalv", "jackd", "jack_wait", "jack_lsp"]
+    tools = ["jalv.gtk3", "jackd", "jack_wait", "xwininfo"] if args.ui else [
+        "lv2ls", "lv2info", "lv2apply", "jalv", "jackd", "jack_wait", "jack_lsp"]
     missing = [t for t in tools if not shutil.which(t)]
     if missing:
         print("skipped: missing " + " ".join(missing))
@@ -175,10 +213,13 @@ def main():
             f.write(QUARTER_PATCH)
         env = dict(os.environ, LV2_PATH=args.bundle_dir + ":/usr/lib/lv2", XDG_DATA_HOME=os.path.join(work, "data"),
                    VROK_CACHE_DIR=os.path.join(work, "cache"), HOME=work)
-        test_listing(env)
-        installed = install(env, args.cmake, args.build_dir, work)
-        test_lv2apply(installed, work)
-        test_jalv(installed, work)
+        if args.ui:
+            test_jalv_embeds_the_editor(env, work)
+        else:
+            test_listing(env)
+            installed = install(env, args.cmake, args.build_dir, work)
+            test_lv2apply(installed, work)
+            test_jalv(installed, work)
     finally:
         shutil.rmtree(work, ignore_errors=True)
     print("%d passed, %d failed" % (len(passed), len(failures)))
