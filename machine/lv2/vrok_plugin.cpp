@@ -137,6 +137,7 @@ Plugin::Plugin(Kind kind, double rate, const LV2_Feature* const* features)
     uris = std::make_unique<Uris>(map);
     lv2_atom_forge_init(&forge, map);
     current = NewPatch(true).release();
+    valid = true;
 }
 
 Plugin::~Plugin() {

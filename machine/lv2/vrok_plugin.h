@@ -89,7 +89,8 @@ public:
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
-    bool Valid() const { return current != nullptr; }
+    // Any thread: set once, at construction.
+    bool Valid() const { return valid; }
     void Connect(uint32_t port, void* data);
     // Instantiation class: no Run at the same time.
     void Activate();
@@ -109,8 +110,8 @@ public:
     uint32_t GetOptions(LV2_Options_Option* options);
     uint32_t SetOptions(const LV2_Options_Option* options);
 
-    // [Seen by the editor and tests] The machine now playing; the editor thread keeps it
-    // alive with Pin while it shows it. `generation` counts the swaps.
+    // [Seen by the editor and tests] The machine now playing: on the audio thread, or while
+    // Run cannot run. The editor takes it through PinCurrent. `generation` counts the swaps.
     mi& Machine() const { return *current->machine; }
     uint32_t Generation() const { return generation.load(std::memory_order_acquire); }
     // The machine now playing, kept from being freed until the next PinCurrent or Unpin.
@@ -194,6 +195,7 @@ private:
     // [Patch hand-over] Run swaps `current` only under swapLock (try_lock), so Save, which
     // holds it, always sees a whole machine.
     Patch* current = nullptr;
+    bool valid = false;
     std::atomic<Patch*> pending{nullptr};
     std::atomic<Patch*> retired{nullptr};
     std::atomic<mi*> pinned{nullptr};
