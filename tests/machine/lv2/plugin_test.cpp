@@ -6,6 +6,7 @@
 #include <lv2/parameters/parameters.h>
 
 #include <cmath>
+#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -237,6 +238,58 @@ TEST(Lv2State, SavedPatchPlaysIdenticallyInAFreshInstance) {
     EXPECT_EQ(a.left, b.left);
     EXPECT_EQ(a.right, b.right);
     EXPECT_GT(lv2test::Rms(a.left, 0, 8192), 0.01);
+}
+
+// A mono 16-bit WAV of a 300 Hz tone, for a sampler to hold.
+std::string WriteToneWav() {
+    const std::string path = std::string(VROK_LV2_TEST_OUTPUT) + "/tone.wav";
+    const uint32_t frames = 11025, rate = 44100, bytes = frames * 2;
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    auto u32 = [&](uint32_t v) { std::fwrite(&v, 4, 1, file); };
+    auto u16 = [&](uint16_t v) { std::fwrite(&v, 2, 1, file); };
+    std::fwrite("RIFF", 1, 4, file);
+    u32(36 + bytes);
+    std::fwrite("WAVEfmt ", 1, 8, file);
+    u32(16), u16(1), u16(1), u32(rate), u32(rate * 2), u16(2), u16(16);
+    std::fwrite("data", 1, 4, file);
+    u32(bytes);
+    for (uint32_t i = 0; i < frames; ++i)
+        u16(uint16_t(int16_t(12000.0 * std::sin(2.0 * M_PI * 300.0 * i / rate))));
+    std::fclose(file);
+    return path;
+}
+
+// The sample travels inside the state: the fresh instance reads no file.
+TEST(Lv2State, PatchWithASampleRestoresExactly) {
+    Instance first;
+    VrokDoc& doc = *first.plugin().Machine().document;
+    doc.ClearAll();
+    PatchBlock* sampler = doc.AddBlock(58, -1, 40, 60);
+    PatchBlock* amplitude = doc.AddBlock(10, -1, 40, 160);
+    PatchBlock* output = doc.AddBlock(0, -1, 200, 60);
+    ASSERT_TRUE(sampler && amplitude && output);
+    doc.AddConnection(amplitude, sampler, 1);
+    doc.AddConnection(sampler, output, 0);
+    const std::string wav = WriteToneWav();
+    ASSERT_NE(doc.LoadSampleInto(sampler, wav), nullptr);
+    ASSERT_FALSE(doc.samples.empty());
+    ASSERT_FALSE(doc.samples[0]->data.empty());
+    const auto saved = first.driver.SaveState();
+    std::remove(wav.c_str());
+    const std::string text(saved[0].value.begin(), saved[0].value.end());
+    EXPECT_NE(text.find("sampledata="), std::string::npos);
+
+    Instance second;
+    ASSERT_EQ(second.driver.RestoreState(saved), LV2_STATE_SUCCESS);
+    EXPECT_EQ(second.driver.SaveState()[0].value, saved[0].value);
+    for (Instance* i : {&first, &second}) {
+        i->descriptor->deactivate(i->handle);
+        i->descriptor->activate(i->handle);
+    }
+    const auto a = first.driver.Render(6000, 256, {NoteOn(0, kA4)});
+    const auto b = second.driver.Render(6000, 256, {NoteOn(0, kA4)});
+    EXPECT_EQ(a.left, b.left);
+    EXPECT_GT(lv2test::Rms(b.left, 0, 6000), 0.001);
 }
 
 TEST(Lv2State, CorruptOrForeignStateRestoresTheDefaultPatchWithAWarning) {
