@@ -5,51 +5,27 @@
 
 #include <algorithm>
 
+#include "bench_support.h"
 #include "document/block_types.h"
 #include "engine/vrok_instance.h"
 
 namespace {
 
-constexpr float kRate = 44100.0f;
-constexpr int kFrames = 256;
+using bench::kFrames;
+using bench::RenderLoop;
+using bench::ReportRealtime;
 
-void ReportRealtime(benchmark::State& state) {
-    const double frames = double(state.iterations()) * kFrames;
-    state.counters["realtime"] = benchmark::Counter(frames / kRate, benchmark::Counter::kIsRate);
-}
-
-void RenderLoop(benchmark::State& state, VrokInstance& engine) {
-    float left[kFrames], right[kFrames];
-    for (auto _ : state) {
-        std::fill_n(left, kFrames, 0.0f);
-        std::fill_n(right, kFrames, 0.0f);
-        engine.Render({left, right}, kFrames);
-        benchmark::DoNotOptimize(left);
-        benchmark::ClobberMemory();
-    }
-    ReportRealtime(state);
-}
-
-// Sixteen saw voices into an output, behind all three master effects at settings a patch
-// would use. The voice is oscillator into output for now; it is meant to be the
-// subtractive voice (filter, envelope, amplifier) once those blocks are in the table.
+// The subtractive voice behind all three master effects at settings a patch would use.
 void BM_SixteenVoicesWithChorusDelayReverb(benchmark::State& state) {
     VrokInstance engine(CreateBlock);
-    int osc = -1, out = -1;
-    engine.InsertBlock(4, -1, &osc);
-    engine.InsertBlock(0, -1, &out);
-    engine.blocks[osc]->SetParameter(2, 2.0f / 3.0f);  // saw
-    engine.Connect(osc, out, 0);
-    engine.RebuildOrder();
-    engine.SetVoiceCount(16, false);
-    for (int v = 0; v < 16; ++v) engine.PressKey(40 + 3 * v, 100);
+    bench::SubtractiveVoice voice(engine);
     engine.chorusOn = engine.delayOn = engine.reverbOn = true;
     engine.chorus->wet = 0.4f;
     engine.chorus->SetSpeed(0.4f);
     engine.chorus->SetPhasing(0.4f);
     engine.delay->SetLength(0.4f);
     engine.delay->feedback = 0.5f;
-    RenderLoop(state, engine);
+    RenderLoop(state, engine, [&] { voice.NextBuffer(); });
 }
 BENCHMARK(BM_SixteenVoicesWithChorusDelayReverb);
 
@@ -91,7 +67,7 @@ void BM_ReverbSilentTail(benchmark::State& state) {
     std::fill_n(left, kFrames, 30000.0f);
     std::fill_n(right, kFrames, -30000.0f);
     engine.Render({left, right}, kFrames);
-    const long warmCalls = long(state.range(0)) * long(kRate) / kFrames;
+    const long warmCalls = long(state.range(0)) * long(bench::kRate) / kFrames;
     for (long call = 0; call < warmCalls; ++call) {
         std::fill_n(left, kFrames, 0.0f);
         std::fill_n(right, kFrames, 0.0f);

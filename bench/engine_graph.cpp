@@ -3,13 +3,12 @@
 // second of one core.
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
 #include "document/block_types.h"
 #include "engine/vrok_instance.h"
 
 namespace {
 
-constexpr float kRate = 44100.0f;
-constexpr int kFrames = 256;
 constexpr int kOscType = 4;
 constexpr int kOutputType = 0;
 
@@ -64,18 +63,8 @@ void BM_SixteenPitchModulatedVoices(benchmark::State& state) {
     engine.Connect(modulator, carrier, 0);
     engine.Connect(carrier, out, 0);
     engine.RebuildOrder();
-    engine.SetVoiceCount(16, false);
-    for (int v = 0; v < 16; ++v) engine.PressKey(40 + 3 * v, 100);
-    float left[kFrames], right[kFrames];
-    for (auto _ : state) {
-        std::fill_n(left, kFrames, 0.0f);
-        std::fill_n(right, kFrames, 0.0f);
-        engine.Render({left, right}, kFrames);
-        benchmark::DoNotOptimize(left);
-        benchmark::ClobberMemory();
-    }
-    state.counters["realtime"] =
-        benchmark::Counter(double(state.iterations()) * kFrames / kRate, benchmark::Counter::kIsRate);
+    bench::HoldSixteenNotes(engine);
+    bench::RenderLoop(state, engine);
 }
 BENCHMARK(BM_SixteenPitchModulatedVoices);
 

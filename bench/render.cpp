@@ -9,12 +9,12 @@
 #include <string>
 
 #include "document/block_types.h"
+#include "bench_support.h"
 #include "engine/vrok_instance.h"
 
 namespace {
 
-constexpr float kRate = 44100.0f;
-constexpr int kFrames = 256;
+using bench::kFrames;
 
 void BM_SixteenOscVoicesIntoOutput(benchmark::State& state) {
     VrokInstance engine(CreateBlock);
@@ -23,22 +23,22 @@ void BM_SixteenOscVoicesIntoOutput(benchmark::State& state) {
     engine.InsertBlock(0, -1, &out);
     engine.Connect(osc, out, 0);
     engine.RebuildOrder();
-    engine.SetVoiceCount(16, false);
-    for (int v = 0; v < 16; ++v) engine.PressKey(40 + 3 * v, 100);
-    float left[kFrames], right[kFrames];
-    for (auto _ : state) {
-        std::fill_n(left, kFrames, 0.0f);
-        std::fill_n(right, kFrames, 0.0f);
-        engine.Render({left, right}, kFrames);
-        benchmark::DoNotOptimize(left);
-        benchmark::ClobberMemory();
-    }
-    const double frames = double(state.iterations()) * kFrames;
-    state.counters["realtime"] = benchmark::Counter(frames / kRate, benchmark::Counter::kIsRate);
-    state.counters["voice_sample"] =
-        benchmark::Counter(frames * 16, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    bench::HoldSixteenNotes(engine);
+    bench::RenderLoop(state, engine);
+    state.counters["voice_sample"] = benchmark::Counter(double(state.iterations()) * kFrames * 16,
+                                                        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_SixteenOscVoicesIntoOutput);
+
+// The subtractive voice, 16 voices, each note retriggered every half second.
+void BM_SubtractiveSixteenVoices(benchmark::State& state) {
+    VrokInstance engine(CreateBlock);
+    bench::SubtractiveVoice voice(engine);
+    bench::RenderLoop(state, engine, [&] { voice.NextBuffer(); });
+    state.counters["voice_sample"] = benchmark::Counter(double(state.iterations()) * kFrames * 16,
+                                                        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_SubtractiveSixteenVoices);
 
 // Each construction also builds the note tables, since no other engine lives meanwhile.
 void ConstructEngines(benchmark::State& state, bool withCache) {

@@ -2,9 +2,12 @@
 #include "document/block_types.h"
 
 #include "blocks/analysers.h"
+#include "blocks/envelopes.h"
+#include "blocks/filters.h"
 #include "blocks/outputs.h"
 #include "blocks/sampler.h"
 #include "blocks/shaped_oscillators.h"
+#include "blocks/shapers.h"
 #include "blocks/sources.h"
 #include "blocks/wavetable_oscillators.h"
 #include "engine/vrok_instance.h"
@@ -23,12 +26,12 @@ constexpr int kArpeggiatorType = 44;
 const BlockType kBlockTypes[] = {
     // type palette  display name            create
     {0, 0x1001, "Output", Make<COutputBlock>},
-    {1, 0x201, "Filter", nullptr},
-    {2, 0x801, "|Envelope", nullptr},
+    {1, 0x201, "Filter", Make<CFilterBlock>},
+    {2, 0x801, "|Envelope", Make<CEnvelopeBlock>},
     {3, 0x802, "LFO", nullptr},
     {4, 0x101, "|Osc", Make<COscBlock>},
     {5, 0x4001, "Scope", Make<CScopeBlock>},
-    {6, 0x206, "Amplifier", nullptr},
+    {6, 0x206, "Amplifier", Make<CAmpBlock>},
     {7, 0x104, "Noise", Make<CNoiseBlock>},
     {8, 0x804, "Knob", nullptr},
     {9, -5, "Large Scope", Make<CLargeScopeBlock>},
@@ -45,26 +48,26 @@ const BlockType kBlockTypes[] = {
     {20, 0x203, "|Delay", nullptr},
     {21, 0x204, "|Filterdelay", nullptr},
     {22, -5, "Spectrum Analyser", Make<CMegaSpectrumBlock>},
-    {23, 0x803, "|Custom Envelope", nullptr},
-    {24, 0x205, "Waveshaper", nullptr},
+    {23, 0x803, "|Custom Envelope", Make<CCustomEnvelopeBlock>},
+    {24, 0x205, "Waveshaper", Make<CWaveShaper>},
     {25, 0x1002, "Output", Make<CPanOutputBlock>},
-    {26, 0x208, "Rescale", nullptr},
-    {27, 0x207, "Invert", nullptr},
+    {26, 0x208, "Rescale", Make<CRescaleBlock>},
+    {27, 0x207, "Invert", Make<CInvertBlock>},
     {28, 0, "ExtKnob T", nullptr},
     {29, 0, "ExtKnob T", nullptr},
     {30, 0, "ExtKnob T", nullptr},
     {31, 0, "ExtKnob T", nullptr},
     {32, 0x105, "|HyperOsc", Make<CHyperOscBlock>},
     {33, 0x806, "|Keytrack", nullptr},
-    {34, 0x209, "BitCrusher", nullptr},
+    {34, 0x209, "BitCrusher", Make<CBitCrusherBlock>},
     {35, 0x80F, "|Random", nullptr},
     {39, 0x106, "|Impulse", Make<CImpulseBlock>},
-    {40, 0x20A, "Clipper", nullptr},
+    {40, 0x20A, "Clipper", Make<CClipperBlock>},
     {41, 0x20B, "VU Tracker", nullptr},
     {42, 0x108, "|PWMOsc", Make<CPWMOscBlock>},
     {43, 0x107, "|SyncOsc", Make<CSyncOscBlock>},
     {44, 0x1006, "Arpeggiator", Make<CGlobalArpeggioBlock>},
-    {46, 0x20C, "Crossfade", nullptr},
+    {46, 0x20C, "Crossfade", Make<CCrossfadeBlock>},
     {47, 0x811, "|ModWheel", nullptr},
     {48, 0x810, "|Aftertouch", nullptr},
     {49, 0x109, "Input", Make<CInputBlock>},
@@ -73,8 +76,8 @@ const BlockType kBlockTypes[] = {
     {52, 0x1008, "Audio Trigger", nullptr},
     {53, 0x20D, "Monophone", Make<CMonoBlock>},
     {54, 0x813, "Dyn. Follower", nullptr},
-    {55, 0x814, "|Advanced Envelope", nullptr},
-    {56, 0x20E, "Filter", nullptr},
+    {55, 0x814, "|Advanced Envelope", Make<CAdvancedEnvelope>},
+    {56, 0x20E, "Filter", Make<CFilterBlock2>},
     {57, 0x20F, "Eq", nullptr},
     {58, 0x10B, "|Sampler", Make<CSimpleSamplerBlock>},
     {59, 0x210, "Formant", nullptr},

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 
@@ -193,6 +194,42 @@ struct VrkWire {
     int from, to, port;
 };
 
+// A drawn table (the waveshaper's curve, the custom envelope's points) is the run of hidden
+// parameters. The reader keeps what is valid: a missing point keeps its value, one out of
+// 0..1 is clamped, one past the last parameter is ignored. Each of those gets one line.
+void ReportTableProblems(const TiXmlElement& element, const CAudioBlock& block, int line,
+                         LoadReport* report) {
+    int points = 0, present = 0, clamped = 0, beyond = 0;
+    for (int i = 0; i < block.numParameters; ++i) {
+        if (block.kinds[i] != int(ParamKind::Hidden)) continue;
+        ++points;
+        char name[16];
+        std::snprintf(name, sizeof name, "P%d", i);
+        const char* text = element.Attribute(name);
+        if (!text) continue;
+        ++present;
+        const float value = document::ParseFloat(text);
+        if (!(value >= 0.0f && value <= 1.0f)) ++clamped;
+    }
+    if (points == 0) return;
+    for (const TiXmlAttribute* a = element.FirstAttribute(); a; a = a->Next()) {
+        const char* name = a->Name();
+        if (name[0] != 'P' || name[1] == '\0') continue;
+        char* end = nullptr;
+        const long index = std::strtol(name + 1, &end, 10);
+        if (*end == '\0' && index >= block.numParameters) ++beyond;
+    }
+    const std::string who = block.name + " at slot " + std::to_string(block.index) + ": ";
+    if (present < points)
+        Report(report, {}, line,
+               who + "table has " + std::to_string(present) + " of " + std::to_string(points) +
+                   " points; the missing ones keep their values");
+    if (clamped > 0)
+        Report(report, {}, line, who + std::to_string(clamped) + " table points outside 0..1 clamped");
+    if (beyond > 0)
+        Report(report, {}, line, who + std::to_string(beyond) + " values past its last parameter dropped");
+}
+
 }  // namespace
 
 // [SECTION] XML
@@ -228,6 +265,8 @@ void VrokDoc::ReadDocument(const TiXmlElement& root, LoadReport* report) {
                 Report(report, {}, line, "block type " + std::to_string(patchBlock->type) + " cannot take slot " + slot);
             else
                 Report(report, {}, line, "unknown block type " + std::to_string(patchBlock->type) + " at slot " + slot);
+        } else if (patchBlock) {
+            ReportTableProblems(*child, *patchBlock->block, line, report);
         } else if (auto* wire = dynamic_cast<PatchConnection*>(storable); wire && !wire->connection) {
             Report(report, {}, line, "refused wire " + WireText(wire->from, wire->to, wire->port));
         }

@@ -1,6 +1,7 @@
 // The value-format helpers.
 #include "engine/value_format.h"
 
+#include <climits>
 #include <cmath>
 #include <sstream>
 
@@ -33,9 +34,15 @@ std::string FormatPan(float v) {
 std::string FormatHertz(float v) { return Three(std::pow(2.0, 60.0 * v / 12.0) * 0.4296875 * 0.5) + "Hz"; }
 
 int EnvelopeLengthSamples(float v, float sampleRate) {
-    double e = std::pow(double(v), 0.54);
-    double b = double(sampleRate) * 6.0 * 0.015625;
-    return int(std::pow(b, e) * 64.0);
+    // All in float, the exponent a float literal: lengths must match the envelopes' own
+    // to the sample.
+    float e = std::pow(v, 0.54f);
+    float b = sampleRate * 6.0f * (1.0f / 64.0f);
+    float samples = 64.0f * std::pow(b, e);
+    // A negative v (a modulated sum) has no defined length; it gets what the processor's
+    // conversion gives for NaN rather than undefined behaviour.
+    if (!(samples >= -2147483648.0f && samples < 2147483648.0f)) return INT_MIN;
+    return int(samples);
 }
 
 std::string FormatEnvelopeTime(float v, float sampleRate) {

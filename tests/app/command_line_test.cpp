@@ -112,6 +112,26 @@ TEST_F(AppCommandLine, InputPatchPassesAFileThrough) {
     EXPECT_EQ(audio[2 * 30000], 0.0f);
 }
 
+TEST_F(AppCommandLine, EnvelopeExamplesEndWhenTheirReleaseEnds) {
+    for (const char* name : {"subtractive.vrkx", "shaped.vrkx"}) {
+        const std::string patch = std::string(VROK_EXAMPLES_DIR "/") + name;
+        const fs::path copy = dir / "copy.vrkx", wav = dir / "voice.wav";
+        ASSERT_EQ(Vrok("convert " + patch + " " + copy.string()), 0) << err;
+        EXPECT_EQ(ReadAll(copy), ReadAll(patch)) << name << ": the examples are as the document writes";
+        // No --seconds: the render stops half a second after the last voice fell silent.
+        ASSERT_EQ(Vrok("render " + patch + " --play C3@0-0.3 -o " + wav.string()), 0) << err;
+        int rate = 0;
+        const std::vector<float> audio = ReadWav(wav, &rate);
+        const double seconds = double(audio.size() / 2) / rate;
+        EXPECT_GT(seconds, 0.8) << name << ": the release sounds after the note";
+        EXPECT_LT(seconds, 1.6) << name << ": and the voice is over with it";
+        float peak = 0.0f;
+        for (float x : audio) peak = std::max(peak, std::fabs(x));
+        EXPECT_GT(peak, 0.05f) << name;
+        EXPECT_LT(peak, 1.0f) << name;
+    }
+}
+
 TEST_F(AppCommandLine, ConvertWritesStableXmlAndReadsTheBinaryFormat) {
     const fs::path first = dir / "first.vrkx", second = dir / "second.vrkx";
     ASSERT_EQ(Vrok("convert " VROK_EXAMPLES_DIR "/sine_a4.vrkx " + first.string()), 0) << err;

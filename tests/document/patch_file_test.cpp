@@ -4,11 +4,14 @@
 #include <tinyxml.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 
+#include "blocks/envelopes.h"
+#include "blocks/shapers.h"
 #include "document/base64.h"
 #include "document_support.h"
 
@@ -210,3 +213,63 @@ TEST(PatchFileBad, EveryBadFileFailsBothReadersAndLeavesThePatch) {
 }
 
 }  // namespace
+
+namespace {
+constexpr int kWaveshaper = 24;
+constexpr int kCustomEnvelope = 23;
+}  // namespace
+
+TEST(PatchFileTables, DrawnTablesRoundTripByteForByteAndUndo) {
+    VrokDoc doc;
+    doc.ClearAll();
+    PatchBlock* shaper = doc.AddBlock(kWaveshaper, 3, 0, 0);
+    PatchBlock* envelope = doc.AddBlock(kCustomEnvelope, 4, 0, 0);
+    ASSERT_TRUE(shaper && envelope);
+    for (int j = 0; j < 128; j += 5) doc.SetParameter(shaper, 2 + j, 0.5f + 0.4f * std::sin(0.1f * float(j)));
+    for (int j = 0; j < 192; j += 7) doc.SetParameter(envelope, 4 + j, float(j % 11) / 10.0f);
+    const std::string first = doc.WriteXml();
+    VrokDoc copy;
+    ASSERT_TRUE(copy.ReadXml(first));
+    EXPECT_EQ(copy.WriteXml(), first);
+    auto* shaperCopy = static_cast<CWaveShaper*>(copy.FindBlock(3)->block);
+    auto* original = static_cast<CWaveShaper*>(shaper->block);
+    // Six decimals in the file: the curve comes back to within their resolution.
+    for (int j = 0; j <= 128; ++j) ASSERT_NEAR(shaperCopy->shapeTable[j], original->shapeTable[j], 2e-6f) << j;
+    auto* envelopeCopy = static_cast<CCustomEnvelopeBlock*>(copy.FindBlock(4)->block);
+    EXPECT_NEAR(envelopeCopy->curve[7], static_cast<CCustomEnvelopeBlock*>(envelope->block)->curve[7], 2e-6f);
+
+    // A drawn point is an ordinary parameter edit, and undo brings the curve back.
+    const float before = original->shapeTable[40];
+    doc.SetParameter(shaper, 2 + 40, 0.05f);
+    EXPECT_FLOAT_EQ(original->shapeTable[40], -0.9f);
+    doc.Undo();
+    EXPECT_EQ(original->shapeTable[40], before);
+    EXPECT_EQ(doc.WriteXml(), first);
+}
+
+TEST(PatchFileTables, DamagedTablesLoadWhatIsValidWithOneLinePerProblem) {
+    std::string points;
+    for (int i = 4; i < 100; ++i)
+        if (i != 50 && i != 51) points += " P" + std::to_string(i) + "=\"0.250000\"";
+    const std::string text = "<storables>\n<BLOCK ID=\"1\" TYPE=\"23\" POS=\"0\"" + points +
+                             " P50=\"1.700000\" P51=\"-3\" P196=\"0.5\" P250=\"0.5\" />\n"
+                             "<BLOCK ID=\"2\" TYPE=\"24\" POS=\"1\" P0=\"0.7\" />\n</storables>";
+    VrokDoc doc;
+    LoadReport report;
+    ASSERT_TRUE(doc.ReadXml(text, &report));
+    auto* envelope = static_cast<CCustomEnvelopeBlock*>(doc.engine->blocks[0]);
+    ASSERT_NE(envelope, nullptr);
+    EXPECT_EQ(envelope->curve[0], -0.5f) << "valid points are read";
+    EXPECT_EQ(envelope->curve[46], 1.0f) << "1.7 clamped to 1";
+    EXPECT_EQ(envelope->curve[47], -1.0f) << "-3 clamped to 0";
+    EXPECT_EQ(envelope->curve[150], 0.0f) << "a missing point keeps its default";
+    ASSERT_EQ(report.size(), 4u);
+    EXPECT_EQ(
+        report[0].Format(),
+        "line 2: |Custom Envelope at slot 0: table has 96 of 192 points; the missing ones keep their values");
+    EXPECT_EQ(report[1].Format(), "line 2: |Custom Envelope at slot 0: 2 table points outside 0..1 clamped");
+    EXPECT_EQ(report[2].Format(),
+              "line 2: |Custom Envelope at slot 0: 2 values past its last parameter dropped");
+    EXPECT_EQ(report[3].Format(),
+              "line 3: Waveshaper at slot 1: table has 0 of 128 points; the missing ones keep their values");
+}

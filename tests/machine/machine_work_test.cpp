@@ -37,8 +37,9 @@ TEST_F(MachineWork, SinePatchSoundsWithModeZeroReplacingTheInput) {
 }
 
 TEST_F(MachineWork, SilenceAndBadArgumentsAnswerFalse) {
-    std::vector<float> samples = Buffer(64, 1000.0f);
-    EXPECT_FALSE(machine.Work(samples.data(), 64, kWorkRead | kWorkWrite));  // the default patch
+    // The default patch filters the input; silence in is silence out, and no energy.
+    std::vector<float> samples = Buffer(64, 0.0f);
+    EXPECT_FALSE(machine.Work(samples.data(), 64, kWorkRead | kWorkWrite));
     for (float x : samples) ASSERT_EQ(x, 0.0f);
     EXPECT_FALSE(machine.Work(nullptr, 64, kWorkRead));
     EXPECT_FALSE(machine.Work(samples.data(), 0, kWorkRead));
