@@ -189,18 +189,23 @@ void Plugin::Activate() {
     if (!Valid()) return;
     FreeRetired();
     TakePending();
-    // A fresh start: the patch built anew from itself, so no oscillator phase, note, tail
-    // or pedal carries over from before, and the knobs as the ports say.
+    // A fresh start: the patch built anew from itself (or from the one waiting to play), so
+    // no oscillator phase, note, tail or pedal carries over, and the knobs as the ports say.
     StringOutput saved;
-    current->machine->Save(&saved);
+    std::string file;
+    {
+        std::lock_guard guard(swapLock);
+        const Patch& latest = Latest();
+        latest.machine->Save(&saved);
+        file = latest.file;
+    }
     auto rebuilt = NewPatch(false);
     BytesInput input(saved.bytes.data(), saved.bytes.size());
     rebuilt->machine->ReloadState(&input);
-    rebuilt->file = current->file;
+    rebuilt->file = file;
     Adopt(std::move(rebuilt));
     TakePending();
     FreeRetired();
-    beatsPerMinute.store(120.0);
     ApplyKnobs(true);
 }
 
@@ -240,6 +245,12 @@ void Plugin::Adopt(std::unique_ptr<Patch> patch) {
     std::lock_guard guard(swapLock);
     FreeRetiredLocked();
     delete pending.exchange(patch.release(), std::memory_order_acq_rel);
+}
+
+const Plugin::Patch& Plugin::Latest() const {
+    // A patch restored but not yet playing is what the host will hear next.
+    const Patch* waiting = pending.load(std::memory_order_acquire);
+    return waiting ? *waiting : *current;
 }
 
 mi& Plugin::PinCurrent() {
@@ -507,10 +518,7 @@ LV2_State_Status Plugin::Save(LV2_State_Store_Function store, LV2_State_Handle h
     {
         std::lock_guard guard(swapLock);
         FreeRetiredLocked();
-        // A patch restored but not yet playing is what the host will hear next.
-        Patch* patch = pending.load(std::memory_order_acquire);
-        patch = patch ? patch : current;
-        patch->machine->Save(&output);
+        Latest().machine->Save(&output);
     }
     return store(handle, uris->patchState, output.bytes.data(), output.bytes.size(), uris->atomChunk,
                  LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE);

@@ -150,6 +150,8 @@ private:
     std::unique_ptr<Patch> PatchFromFile(const std::string& path);
     // Hands `patch` to Run, replacing one Run has not taken yet.
     void Adopt(std::unique_ptr<Patch> patch);
+    // The patch waiting to play, or the one playing. swapLock held.
+    const Patch& Latest() const;
     void FreeRetiredLocked();
 
     // [Audio thread] True when a new machine took over.

@@ -234,7 +234,7 @@ TEST(Lv2Bundle, PresetsLoadTheirPatches) {
     for (const char* uri : {kInstrument, kEffect}) {
         Instance vrok(uri);
         LilvNodes* presets = lilv_plugin_get_related(vrok.plugin, presetClass);
-        LILV_FOREACH (nodes, i, presets) {
+        LILV_FOREACH(nodes, i, presets) {
             const LilvNode* preset = lilv_nodes_get(presets, i);
             ++count;
             lilv_world_load_resource(TheWorld().world, preset);
@@ -247,7 +247,8 @@ TEST(Lv2Bundle, PresetsLoadTheirPatches) {
             const auto files = vrok.driver.NotifiedFiles();
             ASSERT_EQ(files.size(), 1u) << NodeText(preset);
             EXPECT_NE(files[0].find("/vrok.lv2/patches/"), std::string::npos) << files[0];
-            EXPECT_TRUE(vrok.features.warnings.empty()) << NodeText(preset) << ": " << vrok.features.warnings[0];
+            EXPECT_TRUE(vrok.features.warnings.empty())
+                << NodeText(preset) << ": " << vrok.features.warnings[0];
             const auto out = vrok.driver.Render(8192, 256, {NoteOn(0, 69)});
             if (NodeText(preset) == "urn:vrok:lv2:preset-sine")
                 EXPECT_NEAR(lv2test::MeasureHz(out.left, 1000, 8192, kRate), 440.0, 0.5);

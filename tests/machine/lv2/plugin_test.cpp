@@ -326,6 +326,26 @@ TEST(Lv2State, CorruptOrForeignStateRestoresTheDefaultPatchWithAWarning) {
     }
 }
 
+// Hosts restore a session's state, then activate: the restored patch must survive, even
+// while an editor still holds the machine before it and the hand-over has to wait.
+TEST(Lv2State, ActivationAfterRestoreKeepsTheRestoredPatch) {
+    Instance source;
+    source.driver.LoadPatch(kSine);
+    const auto saved = source.driver.SaveState();
+    Instance vrok;
+    vrok.plugin().PinCurrent();
+    vrok.driver.LoadPatch(kExamples + "/input_pass.vrkx");
+    vrok.descriptor->deactivate(vrok.handle);
+    ASSERT_EQ(vrok.driver.RestoreState(saved), LV2_STATE_SUCCESS);
+    vrok.descriptor->activate(vrok.handle);
+    EXPECT_EQ(vrok.driver.SaveState()[0].value, saved[0].value);
+    // The editor lets go of the old machine, as it does when it follows the swap.
+    vrok.plugin().Unpin();
+    vrok.plugin().FreeRetired();
+    const auto out = vrok.driver.Render(8192, 256, {NoteOn(0, kA4)});
+    EXPECT_NEAR(lv2test::MeasureHz(out.left, 1000, 8192, kRate), 440.0, 0.5);
+}
+
 TEST(Lv2State, StateWithoutAPatchKeepsThePatchPlaying) {
     Instance vrok;
     vrok.driver.LoadPatch(kSine);
