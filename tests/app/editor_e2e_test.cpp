@@ -85,6 +85,14 @@ private:
 
 void Xdotool(const std::string& args) { ASSERT_EQ(std::system(("xdotool " + args).c_str()), 0) << args; }
 
+// Opens the canvas menu at x, y and waits for the window named "menu" before the keys that
+// follow: a menu takes keys only once it is on screen with the keyboard grabbed, and a loaded
+// machine can be slower than any fixed pause.
+std::string MenuAt(int x, int y) {
+    return "mousemove " + std::to_string(x) + " " + std::to_string(y) +
+           " sleep 0.2 click 3 search --sync --onlyvisible --name ^menu$ && xdotool sleep 0.3 key";
+}
+
 // The keys that walk the canvas menu to `submenu`/`item`, read from the menu the editor builds,
 // so new block types in the table do not move the test's aim.
 std::string MenuKeys(const std::string& submenu, const std::string& item) {
@@ -137,10 +145,8 @@ TEST(EditorEndToEnd, BuildWireTurnSaveThenTheFileRendersAtThatLevel) {
                dir / "out.txt");
     ASSERT_TRUE(vrok.WaitForLine("ready", 30s)) << ReadAll(dir / "out.txt");
     // Without a window manager the window stands at the screen's origin; the canvas starts 18 down.
-    Xdotool("mousemove 100 150 sleep 0.2 click 3 sleep 0.4 key" + MenuKeys("Generate", "Oscillator") +
-            " sleep 0.3");
-    Xdotool("mousemove 450 150 sleep 0.2 click 3 sleep 0.4 key" + MenuKeys("Output", "Output") +
-            " sleep 0.3");
+    Xdotool(MenuAt(100, 150) + MenuKeys("Generate", "Oscillator") + " sleep 0.3");
+    Xdotool(MenuAt(450, 150) + MenuKeys("Output", "Output") + " sleep 0.3");
     // From the oscillator's output arrow (top right) to the output's audio input (top left).
     Xdotool(
         "mousemove 227 156 sleep 0.2 mousedown 1 sleep 0.1 mousemove 330 160 sleep 0.1 mousemove 455 157 "
@@ -150,7 +156,7 @@ TEST(EditorEndToEnd, BuildWireTurnSaveThenTheFileRendersAtThatLevel) {
     Xdotool(
         "mousemove 140 187 sleep 0.2 mousedown 1 sleep 0.1 mousemove 180 187 sleep 0.1 mousemove 202 187 "
         "sleep 0.1 mouseup 1 sleep 0.3");
-    Xdotool("mousemove 300 450 sleep 0.2 click 3 sleep 0.4 key" + MenuKeys("Patch", "Save") + " sleep 0.8");
+    Xdotool(MenuAt(300, 450) + MenuKeys("Patch", "Save") + " sleep 0.8");
     Xdotool("type --delay 20 '" + (dir / "saved").string() + "'");
     Xdotool("sleep 0.2 key Return sleep 0.5");
     ASSERT_EQ(vrok.Wait(60s), 0) << ReadAll(dir / "out.txt");
