@@ -34,14 +34,12 @@ std::vector<mi*>& Machines() {
 bool ReadUint32(machine::DataInput& input, uint32_t& value) {
     unsigned char bytes[4];
     if (!input.Read(bytes, 4)) return false;
-    value =
-        uint32_t(bytes[0]) | uint32_t(bytes[1]) << 8 | uint32_t(bytes[2]) << 16 | uint32_t(bytes[3]) << 24;
+    value = uint32_t(bytes[0]) | uint32_t(bytes[1]) << 8 | uint32_t(bytes[2]) << 16 | uint32_t(bytes[3]) << 24;
     return true;
 }
 
 void WriteUint32(machine::DataOutput& output, uint32_t value) {
-    const unsigned char bytes[4] = {uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16),
-                                    uint8_t(value >> 24)};
+    const unsigned char bytes[4] = {uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16), uint8_t(value >> 24)};
     output.Write(bytes, 4);
 }
 
@@ -83,7 +81,9 @@ bool LooksBinary(const std::string& path) {
 
 }  // namespace
 
-uint8_t ConvertNoteByte(uint8_t noteByte) { return uint8_t((noteByte >> 4) * 12 + (noteByte & 15) + 5); }
+uint8_t ConvertNoteByte(uint8_t noteByte) {
+    return uint8_t((noteByte >> 4) * 12 + (noteByte & 15) + 5);
+}
 
 // [SECTION] editor stand-in and listeners
 
@@ -162,8 +162,7 @@ void mi::SetNumTracks(int n) { numTracks = n; }
 void mi::Tick() {
     std::lock_guard guard(machineLock);
     for (int k = 0; k < machine::kNumKnobs; ++k)
-        if (globalValues[k] != machine::kNoValueByte)
-            document->SetExternalKnob(k, float(globalValues[k]) * kKnobScale);
+        if (globalValues[k] != machine::kNoValueByte) document->SetExternalKnob(k, float(globalValues[k]) * kKnobScale);
 
     VrokInstance& engine = *document->engine;
     const int tracks = std::clamp(numTracks, 0, machine::kMaxTracks);

@@ -40,8 +40,8 @@ public:
     virtual void Resize(mi& machine, int width, int height) = 0;
     virtual void SetTitle(mi& machine, const std::string& title) = 0;
     // A file picked by the user, or empty when cancelled or impossible.
-    virtual std::string AskOpenFile(mi& machine, const std::string& title,
-                                    const std::string& defaultExtension, const std::string& filterName) = 0;
+    virtual std::string AskOpenFile(mi& machine, const std::string& title, const std::string& defaultExtension,
+                                    const std::string& filterName) = 0;
 };
 
 // Stands in while no editor is built: every request logs that none is available and
