@@ -84,6 +84,12 @@ std::string TopBar::HeaderText() const {
     return text + (canvas->doc.fileName.empty() ? std::string("new patch") : canvas->doc.fileName);
 }
 
+void TopBar::SetMeterText(const std::string& text) {
+    if (text == meterText) return;
+    meterText = text;
+    Invalidate(nullptr);
+}
+
 void TopBar::DrawBackground(G::Renderer& renderer, const G::Rect&) {
     renderer.FillRect(G::Brush::Solid(G::theme::Palette(effectForm ? kEffectColor : kInstrumentColor)),
                       G::FloatRect{0, 0, float(bounds.w), float(bounds.h)});
@@ -93,6 +99,11 @@ bool TopBar::OnDraw(G::Renderer& renderer, G::Rect) {
     DrawBackground(renderer, G::Rect{0, 0, bounds.w, bounds.h});
     renderer.DrawText(std::string_view(HeaderText()), G::Rect{kTextLeft, 0, bounds.w - kTextLeft, 16},
                       G::theme::BoldFont(), G::TextAlign{0, 1}, 0xFF000000);
+    if (!meterText.empty()) {
+        const int right = (buttons.empty() ? bounds.w : buttons.front()->bounds.x) - 2 * kButtonGap;
+        renderer.DrawText(std::string_view(meterText), G::Rect{kTextLeft, 0, right - kTextLeft, 16},
+                          G::theme::BoldFont(), G::TextAlign{2, 1}, kIdleText);
+    }
     renderer.DrawLine(G::Pen{kRule, 1.0f}, 0, bounds.h - 0.5f, float(bounds.w), bounds.h - 0.5f);
     renderer.DrawImage(G::theme::TopBarGlyphImage(), 4.0f, 4.0f);
     return true;

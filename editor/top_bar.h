@@ -35,12 +35,16 @@ public:
     bool KeyboardUp(int key);
     // "[VROK]" or "[VROK-FX]", then the patch name or "new patch".
     std::string HeaderText() const;
+    // A short status drawn right-aligned before the buttons, such as the live meter's
+    // "CPU 3% | 0 under-runs"; empty draws nothing. Redraws only when the text changes.
+    void SetMeterText(const std::string& text);
 
     std::vector<G::CustomButton*> buttons;  // the command buttons, then Help, laid out from the right
     PianoWindow* keyboard = nullptr;
     G::CustomButton* helpButton = nullptr;
     VrokDocWindow* canvas;
     bool effectForm = false;
+    std::string meterText;
 
 private:
     void Layout();

@@ -113,6 +113,16 @@ void VrokInstance::AllNotesOff() {
     for (int note = 0; note < kNumNotes; ++note) ReleaseKey(note);
 }
 
+void VrokInstance::AllSoundOff() {
+    std::lock_guard guard(lock);
+    AllNotesOff();
+    for (int k = 0; k < orderCount; ++k) blocks[order[k]]->Reset();
+    std::fill(std::begin(voiceActive), std::end(voiceActive), uint8_t(0));
+    // Reset is what a block gets when it leaves the chain, and some blocks (the scopes)
+    // change their polyphony there; the walk puts every flag back. It allocates nothing.
+    RebuildOrder();
+}
+
 void VrokInstance::SetVoiceCount(int count, bool isMonophonic) {
     std::lock_guard guard(lock);
     // Only a single voice can be monophonic.

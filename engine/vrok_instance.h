@@ -83,6 +83,10 @@ public:
     void NoteOnInternal(int note, int velocity, bool returning);
     void NoteOffInternal(int note);
     void AllNotesOff();
+    // Releases every key, then resets every block in the chain (filters forget their state)
+    // and frees every voice: the MIDI "all sound off". Master effect tails are left to fade.
+    // Allocation-free, so the audio thread may call it.
+    void AllSoundOff();
     void SetVoiceCount(int count, bool monophonic);
     void SetArpeggiatorActive(bool on);
     void SetPortamento(float value);
@@ -110,10 +114,10 @@ public:
     std::recursive_mutex lock;
     uint8_t noteHeld[kNumNotes] = {};
     int noteVelocity[kNumNotes] = {};
-    float bend = 0.0f;  // no input changes it yet; the term stays where a wheel would act
+    float bend = 0.0f;  // the pitch wheel, -1..1, in units of bendRange
     float bendRange = 2.0f;
-    // The host's mod wheel and channel aftertouch, 0..1, for the blocks that follow them.
-    // Written by the machine's audio thread, read by blocks once per sample block.
+    // The performer's mod wheel and channel aftertouch, 0..1, for the blocks that read them.
+    // Written by the machine's MIDI input; read without the lock (a float store is whole).
     float modWheel = 0.0f;
     float aftertouch = 0.0f;
     float transpose = 0.0f;

@@ -198,16 +198,67 @@ void mi::Stop() {
     }
 }
 
+bool mi::AcceptsChannel(int channel) { return channel == midiChannel - 1 || host.HostMIDIFiltering(); }
+
 void mi::MidiNote(int channel, int value, int velocity) {
     if (value < 0 || value > 127) {
         Log(1, "MIDI note out of range ignored");
         return;
     }
-    if (channel != midiChannel - 1 && !host.HostMIDIFiltering()) return;
-    if (velocity > 0)
+    if (!AcceptsChannel(channel)) return;
+    if (velocity > 0) {
+        // Played again while held by the pedal: its next release counts again.
+        sustainedNotes[value] = 0;
         document->engine->PressKey(value + 1, velocity);
-    else
+    } else if (sustainDown) {
+        sustainedNotes[value] = 1;
+    } else {
         document->engine->ReleaseKey(value + 1);
+    }
+}
+
+void mi::MidiPitchBend(int channel, int value) {
+    if (!AcceptsChannel(channel)) return;
+    document->engine->SetBend(float(std::clamp(value, 0, 16383) - 8192) / 8192.0f);
+}
+
+void mi::MidiControlChange(int channel, int controller, int value) {
+    if (!AcceptsChannel(channel)) return;
+    VrokInstance& engine = *document->engine;
+    value = std::clamp(value, 0, 127);
+    switch (controller) {
+        case 1:
+            engine.modWheel = float(value) / 127.0f;
+            break;
+        case 64: {
+            const bool down = value >= 64;
+            if (down == sustainDown) break;
+            sustainDown = down;
+            if (down) break;
+            for (int note = 0; note < 128; ++note) {
+                if (!sustainedNotes[note]) continue;
+                sustainedNotes[note] = 0;
+                engine.ReleaseKey(note + 1);
+            }
+            break;
+        }
+        case 120:
+        case 123:
+            std::fill(std::begin(sustainedNotes), std::end(sustainedNotes), uint8_t(0));
+            if (controller == 120)
+                engine.AllSoundOff();
+            else
+                engine.AllNotesOff();
+            engine.ReleaseKey(128);  // MIDI note 127 arrives one up, past the engine's key range
+            break;
+        default:
+            break;
+    }
+}
+
+void mi::MidiChannelPressure(int channel, int value) {
+    if (!AcceptsChannel(channel)) return;
+    document->engine->aftertouch = float(std::clamp(value, 0, 127)) / 127.0f;
 }
 
 // [SECTION] Work

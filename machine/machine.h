@@ -120,9 +120,21 @@ public:
     void Command(int index);
     void SetNumTracks(int n);
     // Unless `channel` is the attribute's channel (midiChannel - 1), plays only when the
-    // host accepts every channel. Velocity 0 releases. Notes arrive one above the MIDI
+    // host accepts every channel. Velocity 0 releases, or, while the sustain pedal is down,
+    // marks the note to be released when it comes up. Notes arrive one above the MIDI
     // number.
     void MidiNote(int channel, int value, int velocity);
+
+    // [Performance controls] What a keyboard sends beside its notes, under MidiNote's
+    // channel rule. Engine lock only; allocate nothing, so the audio thread may call them.
+    // The pitch wheel, 0..16383 with 8192 at rest: the full throw bends by the patch's bend
+    // range either way.
+    void MidiPitchBend(int channel, int value);
+    // Controller 1 sets the mod wheel, 64 the sustain pedal (down at 64 and above), 120
+    // sounds off, 123 releases every note; other controllers are ignored. Values 0..127.
+    void MidiControlChange(int channel, int controller, int value);
+    // Channel aftertouch, 0..127.
+    void MidiChannelPressure(int channel, int value);
 
     // [Extension]
     void SetEditorHidden(bool hidden);
@@ -151,6 +163,8 @@ public:
     uint8_t globalValues[machine::kNumKnobs];
     TrackValues trackValues[machine::kMaxTracks];
     int midiChannel = 0;  // the attribute: 0 none, else channel + 1
+    bool sustainDown = false;
+    uint8_t sustainedNotes[128] = {};  // released while the pedal was down
 
     machine::Host& host;
     MachineEditor* editor;
@@ -174,6 +188,7 @@ public:
     std::string loadedFileName;
 
 private:
+    bool AcceptsChannel(int channel);
     // Shared by Init and ReloadState; the caller holds the machine lock. A short or
     // oversized stream leaves the patch as it was, and so does text that is not a patch:
     // both give false.

@@ -10,6 +10,9 @@ packages=(
   libtinyxml-dev libcli11-dev nlohmann-json3-dev
   libagg-dev libfreetype-dev libpng-dev libx11-dev libxext-dev libxtst-dev libfontconfig-dev
   fonts-liberation fonts-dejavu-core xvfb xauth xdotool
+  # Live playing: JACK's client library, RtAudio and RtMidi for ALSA; the JACK server for
+  # the live tests, which run it on its dummy driver.
+  libjack-jackd2-dev librtaudio-dev librtmidi-dev libasound2-dev jackd2
   # The tracker the machine libraries are tested in (tests labelled "host").
   buzztrax gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3
   # The LV2 plug-ins: headers, the lilv test host, Debian's LV2 tools (lv2_validate needs
@@ -31,7 +34,7 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "install-deps: installing ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
-# jackd2 asks whether to raise realtime limits; answer before it can ask.
+# jackd2 asks whether to enable realtime priority; answer no rather than wait for a reply.
 echo "jackd2 jackd/tweak_rt_limits boolean false" | $sudo debconf-set-selections
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

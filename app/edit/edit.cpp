@@ -1,19 +1,28 @@
 // The `vrok edit` session: a document with its engine, the editor's container window, the close
-// question for unsaved changes, and the screenshot for tests.
+// question for unsaved changes, the screenshot for tests, and, when playing, the live rig whose
+// machine owns the document, with its meter in the top bar.
 #include "app/edit/edit.h"
 
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
+#include "app/live/backend.h"
+#include "app/note_spec.h"
 #include "document/vrok_doc.h"
+#include "editor/top_bar.h"
 #include "editor/vrok_container_window.h"
 #include "editor/vrok_doc_window.h"
 #include "g/native/native.h"
 #include "g/png.h"
+#include "machine/machine.h"
 
 namespace app {
 namespace {
+
+// The meter is redrawn at most this often.
+constexpr auto kMeterPeriod = std::chrono::milliseconds(300);
 
 void Say(const std::string& line) {
     std::fputs(line.c_str(), stdout);
@@ -23,8 +32,9 @@ void Say(const std::string& line) {
 
 class EditSession {
 public:
-    EditSession(const EditOptions& editOptions, VrokDoc& document, std::unique_ptr<G::NativeWindow> native)
-        : options(editOptions), doc(document) {
+    EditSession(const EditOptions& editOptions, VrokDoc& document, std::unique_ptr<G::NativeWindow> native,
+                live::LiveRig* liveRig)
+        : options(editOptions), doc(document), rig(liveRig) {
         window = std::make_unique<editor::VrokContainerWindow>(std::move(native), doc, options.width,
                                                                options.height);
         window->onClose = [this] { return !MayClose(); };
@@ -70,12 +80,34 @@ private:
         return true;
     }
 
+    // CPU load of the audio callback and the under-runs so far, or why the audio stopped.
+    void UpdateMeter() {
+        const auto now = std::chrono::steady_clock::now();
+        if (!rig || now - lastMeter < kMeterPeriod) return;
+        lastMeter = now;
+        editor::TopBar* topBar = window->docWindow->topBar;
+        if (!topBar) return;
+        const std::string failure = rig->Failure();
+        if (!failure.empty()) {
+            if (!audioLost) Say("audio stopped: " + failure);
+            audioLost = true;
+            topBar->SetMeterText("no audio: the device went away");
+            return;
+        }
+        const live::LoadMeter& meter = rig->Meter();
+        char text[96];
+        std::snprintf(text, sizeof text, "CPU %.1f%% | %d under-runs", 100.0 * double(meter.load.load()),
+                      meter.underruns.load() + meter.skippedBuffers.load());
+        topBar->SetMeterText(text);
+    }
+
     void Tick() {
         if (!announced) {
             announced = true;
             start = std::chrono::steady_clock::now();
             Say("ready");
         }
+        UpdateMeter();
         if (options.screenshot.empty() || !window->native->running) return;
         if (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(options.afterMs)) return;
         window->native->running = false;
@@ -92,6 +124,9 @@ private:
 
     const EditOptions& options;
     VrokDoc& doc;
+    live::LiveRig* rig;
+    std::chrono::steady_clock::time_point lastMeter;
+    bool audioLost = false;
     std::unique_ptr<editor::VrokContainerWindow> window;
     Ticker ticker;
     bool announced = false;
@@ -101,7 +136,25 @@ private:
 }  // namespace
 
 int RunEdit(const EditOptions& options) {
-    VrokDoc doc;
+    // When playing, the device comes first: a device that cannot be used ends the command
+    // before any window opens, and the document is the rig's machine's, so the audio path
+    // is the one a host drives.
+    std::optional<live::LiveRig> rig;
+    std::optional<VrokDoc> ownDoc;
+    if (options.play) {
+        try {
+            rig.emplace(options.live);
+        } catch (const live::DeviceError& e) {
+            std::fprintf(stderr, "vrok: %s\n", e.what());
+            return 1;
+        } catch (const UsageError& e) {
+            std::fprintf(stderr, "vrok: %s\n", e.what());
+            return 2;
+        }
+    } else {
+        ownDoc.emplace();
+    }
+    VrokDoc& doc = rig ? *rig->Machine().document : *ownDoc;
     if (!options.patch.empty()) {
         LoadReport xmlReport;
         LoadReport binaryReport;
@@ -130,10 +183,25 @@ int RunEdit(const EditOptions& options) {
         std::fprintf(stderr, "vrok: edit: cannot open a window (no X display? check DISPLAY)\n");
         return 1;
     }
-    EditSession session(options, doc, std::move(native));
-    if (!options.patch.empty()) session.SetName(options.patch);
-    session.Run();
-    return session.failed ? 1 : 0;
+    if (rig) {
+        try {
+            rig->Start();
+        } catch (const live::DeviceError& e) {
+            std::fprintf(stderr, "vrok: %s\n", e.what());
+            return 1;
+        }
+        Say("playing through " + rig->Describe());
+    }
+    int status = 0;
+    {
+        // The window goes before the rig, whose machine owns the document it shows.
+        EditSession session(options, doc, std::move(native), rig ? &*rig : nullptr);
+        if (!options.patch.empty()) session.SetName(options.patch);
+        session.Run();
+        status = session.failed ? 1 : 0;
+    }
+    if (rig) Say(rig->Summary());
+    return status;
 }
 
 }  // namespace app

@@ -1,9 +1,10 @@
 // `vrok edit [PATCH]`: the patch editor in a top-level window, on a document and engine of its
-// own. There is no audio output yet: the engine runs nothing until a live audio driver is joined
-// to the session's document.
+// own; with the live options the patch plays through JACK or ALSA while it is edited.
 #pragma once
 
 #include <string>
+
+#include "app/live/live_rig.h"
 
 namespace app {
 
@@ -13,10 +14,14 @@ struct EditOptions {
     int afterMs = 2000;      // when to take the screenshot, from the first tick
     int width = 900;
     int height = 600;
+    // Play while editing, through the machine a host would drive: every edit and the
+    // computer keyboard's piano are heard at once, and the top bar shows the meter.
+    bool play = false;
+    live::LiveOptions live;
 };
 
-// Returns the process exit status: 0; 1 when there is no display, the patch cannot be read or
-// the screenshot cannot be written.
+// Returns the process exit status: 0; 1 when there is no display, the patch cannot be read,
+// the audio device cannot be used or the screenshot cannot be written; 2 for bad live options.
 int RunEdit(const EditOptions& options);
 
 }  // namespace app

@@ -116,6 +116,13 @@ echo keep >"$work/keep.wav"
 "$vrok" render "$bad/truncated.vrk" -o "$work/keep.wav" 2>/dev/null
 [ "$(cat "$work/keep.wav")" = keep ] || fail "a failed render replaced an existing file"
 
+# Live playing: arguments are checked before any device is opened.
+expect 2 "patch" play
+expect 2 "--audio" play "$sine" --audio pulse
+expect 2 "--midi-channel" play "$sine" --midi-channel 17
+expect 2 "--buffer" play "$sine" --buffer 4
+expect 2 "--rate" play "$sine" --rate 100
+
 # A patch with gaps renders what it can and warns once per problem.
 "$vrok" render "$tests/app/data/unknown_block.vrkx" --seconds 0.1 -o "$work/gaps.wav" >"$work/out" 2>"$work/err" ||
     fail "patch with gaps: render failed"
