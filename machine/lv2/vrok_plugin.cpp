@@ -284,10 +284,8 @@ bool Plugin::TakePending() {
     }
     swapLock.unlock();
     if (!patch) return false;
-    // The new machine has never heard the knobs or the pedal.
+    // The new machine has never heard the knobs.
     ApplyKnobs(true);
-    sustainDown = false;
-    std::fill(std::begin(sustained), std::end(sustained), false);
     return true;
 }
 
@@ -374,65 +372,31 @@ void Plugin::HandleEvent(const LV2_Atom_Event& event) {
 void Plugin::HandleMidi(const uint8_t* bytes, uint32_t size) {
     if (size < 2) return;
     mi& machine = Machine();
-    VrokInstance& engine = *machine.document->engine;
     const int channel = bytes[0] & 0x0F;
     const int data1 = bytes[1] & 0x7F;
     const int data2 = size >= 3 ? bytes[2] & 0x7F : 0;
-    auto release = [&](int note) {
-        if (sustainDown)
-            sustained[note] = true;
-        else
-            machine.MidiNote(channel, note, 0);
-    };
     switch (bytes[0] & 0xF0) {
         case LV2_MIDI_MSG_NOTE_ON:
-            if (size < 3) break;
-            if (data2 == 0) {
-                release(data1);
-            } else {
-                sustained[data1] = false;
-                machine.MidiNote(channel, data1, data2);
-            }
+            if (size >= 3) machine.MidiNote(channel, data1, data2);
             break;
         case LV2_MIDI_MSG_NOTE_OFF:
-            if (size >= 3) release(data1);
+            if (size >= 3) machine.MidiNote(channel, data1, 0);
             break;
         case LV2_MIDI_MSG_CONTROLLER:
-            if (size < 3) break;
-            if (data1 == LV2_MIDI_CTL_MSB_MODWHEEL) {
-                engine.modWheel = float(data2) / 127.0f;
-            } else if (data1 == LV2_MIDI_CTL_SUSTAIN) {
-                const bool down = data2 >= 64;
-                if (sustainDown && !down) {
-                    sustainDown = false;
-                    ReleaseSustained();
-                }
-                sustainDown = down;
-            } else if (data1 == LV2_MIDI_CTL_ALL_SOUNDS_OFF || data1 == LV2_MIDI_CTL_ALL_NOTES_OFF) {
-                engine.AllNotesOff();
-                std::fill(std::begin(sustained), std::end(sustained), false);
-            }
+            if (size >= 3) machine.MidiControlChange(channel, data1, data2);
             break;
         case LV2_MIDI_MSG_CHANNEL_PRESSURE:
-            engine.aftertouch = float(data1) / 127.0f;
+            machine.MidiChannelPressure(channel, data1);
             break;
         // The engine keeps one pressure; a key's own pressure moves it too.
         case LV2_MIDI_MSG_NOTE_PRESSURE:
-            if (size >= 3) engine.aftertouch = float(data2) / 127.0f;
+            if (size >= 3) machine.MidiChannelPressure(channel, data2);
             break;
         case LV2_MIDI_MSG_BENDER:
-            if (size >= 3) engine.SetBend(float((data2 << 7 | data1) - 8192) / 8192.0f);
+            if (size >= 3) machine.MidiPitchBend(channel, data2 << 7 | data1);
             break;
         default:
             break;
-    }
-}
-
-void Plugin::ReleaseSustained() {
-    for (int note = 0; note < 128; ++note) {
-        if (!sustained[note]) continue;
-        sustained[note] = false;
-        Machine().MidiNote(0, note, 0);
     }
 }
 

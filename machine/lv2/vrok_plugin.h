@@ -5,7 +5,7 @@
 // session, and patch files loaded on the host's worker.
 //
 // Threads: Run and WorkResponse run on the audio thread and allocate nothing. Every patch
-// change (state restore, a patch file, a sample rate option) is built off that thread as a
+// change (state restore, a patch file, activation) is built off that thread as a
 // whole new machine and handed over through an atomic slot; Run takes it at the start of a
 // block, and the machine it replaced is freed off the audio thread again.
 #pragma once
@@ -161,7 +161,6 @@ private:
     void HandleEvent(const LV2_Atom_Event& event);
     void HandleMidi(const uint8_t* bytes, uint32_t size);
     void HandleObject(const LV2_Atom_Object& object);
-    void ReleaseSustained();
     // While the host's transport rolls, the arpeggiator's next step waits for the host's
     // next step boundary after `barBeat`.
     void AlignArpeggiator(double barBeat);
@@ -206,8 +205,6 @@ private:
 
     KnobSink* knobSink = nullptr;
     float knobValues[machine::kNumKnobs];
-    bool sustainDown = false;
-    bool sustained[128] = {};
     float scratch[2 * kMaxFrames] = {};
 };
 
