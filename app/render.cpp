@@ -123,19 +123,22 @@ RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const Re
         if (frame < last) end = std::min(end, last);
         const int n = int(end - frame);
 
-        for (int i = 0; i < n; ++i) {
-            const long at = frame + i;
-            const bool fed = at < inputFrames;
-            buffer[2 * i] = fed ? plan.input[size_t(at) * 2] * kHostScale : 0.0f;
-            buffer[2 * i + 1] = fed ? plan.input[size_t(at) * 2 + 1] * kHostScale : 0.0f;
+        // Without kWorkRead the machine ignores what the buffer holds.
+        if (mode & kWorkRead) {
+            const long fedFrames = std::clamp(inputFrames - frame, 0L, long(n));
+            const float* in = plan.input.data() + size_t(frame) * 2;
+            for (long i = 0; i < 2 * fedFrames; ++i) buffer[i] = in[i] * kHostScale;
+            std::fill(buffer + 2 * fedFrames, buffer + 2 * n, 0.0f);
         }
         machine.Work(buffer, n, mode);
         for (int i = 0; i < 2 * n; ++i) buffer[i] /= kHostScale;
-        if (frame >= last) {
-            for (int i = 0; i < n; ++i) {
-                const bool silent = std::fabs(buffer[2 * i]) < kSilence && std::fabs(buffer[2 * i + 1]) < kSilence;
-                silentRun = silent ? silentRun + 1 : 0;
-            }
+        // Only a render without a set length stops on silence.
+        if (totalFrames < 0 && frame >= last) {
+            int i = n;
+            while (i > 0 && std::fabs(buffer[2 * i - 2]) < kSilence &&
+                   std::fabs(buffer[2 * i - 1]) < kSilence)
+                --i;
+            silentRun = i == 0 ? silentRun + n : n - i;
         }
         frame = end;
         if (!sink(buffer, n)) break;

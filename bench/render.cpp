@@ -40,17 +40,19 @@ void BM_SubtractiveSixteenVoices(benchmark::State& state) {
 }
 BENCHMARK(BM_SubtractiveSixteenVoices);
 
-// Each construction also builds the note tables, since no other engine lives meanwhile.
+// Each construction also acquires the note tables afresh, since no other engine lives
+// meanwhile: from their cache file, or (without caches) by building them.
 void ConstructEngines(benchmark::State& state, bool withCache) {
     const std::filesystem::path dir = std::filesystem::temp_directory_path() / "vrok-bench-cache";
     std::filesystem::create_directories(dir);
     setenv("VROK_CACHE_DIR", dir.c_str(), 1);
-    const std::string cache = WaveTableCachePath();
+    const std::string cache = WaveTableCachePath(), noteCache = NoteTableCachePath();
     if (withCache) VrokInstance warm(CreateBlock);
     for (auto _ : state) {
         if (!withCache) {
             state.PauseTiming();
             std::remove(cache.c_str());
+            std::remove(noteCache.c_str());
             state.ResumeTiming();
         }
         VrokInstance engine(CreateBlock);
