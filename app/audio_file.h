@@ -2,6 +2,7 @@
 // half-written file behind.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,7 @@ public:
     StereoWavWriter& operator=(const StereoWavWriter&) = delete;
 
     // False, with `error` naming the file, when the temporary file cannot be made.
-    bool Open(const std::string& path, int sampleRate, SampleFormat format, std::string* error);
+    bool Open(const std::string& path, int sampleRate, SampleFormat sampleFormat, std::string* error);
     // Interleaved stereo in -1..1; samples outside are counted (and clipped by the integer
     // formats). False once a write has failed.
     bool Write(const float* interleaved, long frames);
@@ -45,7 +46,13 @@ private:
     SNDFILE* file = nullptr;
     std::string path, target, temporary, error;
     bool inPlace = false;
-    std::vector<float> pending;  // interleaved frames not yet handed to libsndfile
+    SampleFormat format = SampleFormat::Float;
+    // Interleaved frames not yet handed to libsndfile, already in the file's sample format
+    // (only the vector of that format is used), so libsndfile only copies them.
+    std::vector<float> pendingFloats;
+    std::vector<int16_t> pendingShorts;
+    std::vector<int32_t> pendingInts;
+    long pendingFrames = 0;
     long clipped = 0;
 };
 

@@ -102,6 +102,14 @@ RenderPlan MakePlan(const RenderOptions& options) {
         if (parsed.end) plan.midiNotes.push_back({*parsed.end, 0, parsed.note, 0});
     }
     for (const std::string& text : options.track) plan.trackNotes.push_back(ParseNoteSpec("--track", text));
+    for (const std::string& text : options.controls) {
+        const ControlSpec spec = ParseControlSpec(text);
+        plan.midiNotes.push_back({spec.seconds, 0, spec.controller, spec.value, MidiEventKind::Control});
+    }
+    for (const std::string& text : options.pressures) {
+        const ControlSpec spec = ParsePressureSpec(text);
+        plan.midiNotes.push_back({spec.seconds, 0, 0, spec.value, MidiEventKind::Pressure});
+    }
     for (const std::string& text : options.knobs) {
         const auto [knob, value] = ParseKnobSpec(text);
         plan.knobs[size_t(knob)] = value;

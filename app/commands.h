@@ -18,6 +18,8 @@ struct RenderOptions {
     std::vector<std::string> track;
     std::string inputFile;
     std::vector<std::string> knobs;
+    std::vector<std::string> controls;    // --cc NUMBER=VALUE@TIME
+    std::vector<std::string> pressures;   // --aftertouch VALUE@TIME
     double tempo = 126.0;
     int ticksPerBeat = 4;
     std::string seconds;  // as typed; empty: to the last event, then until silent

@@ -62,6 +62,9 @@ int main(int argc, char** argv) {
                               "Mono or stereo sound file fed to the input blocks");
     renderCommand->add_option("--knob", render.knobs,
                               "N=VALUE: host knob N (1..8) at VALUE (0..128); repeatable");
+    renderCommand->add_option("--cc", render.controls,
+                              "NUMBER=VALUE@TIME: MIDI controller (1 is the mod wheel) at VALUE (0..127); repeatable");
+    renderCommand->add_option("--aftertouch", render.pressures, "VALUE@TIME: channel aftertouch (0..127); repeatable");
     renderCommand->add_option("--tempo", render.tempo, "Host tempo in beats per minute")
         ->check(CLI::Range(1.0, 1000.0))
         ->capture_default_str();

@@ -66,14 +66,21 @@ std::vector<MidiNoteEvent> ReadMidiFile(const std::string& path) {
     std::vector<MidiNoteEvent> events;
     smf_rewind(smf);
     while (smf_event_t* event = smf_get_next_event(smf)) {
-        if (smf_event_is_metadata(event) || event->midi_buffer_length < 3) continue;
+        if (smf_event_is_metadata(event) || event->midi_buffer_length < 2) continue;
         const int status = event->midi_buffer[0] & 0xF0;
-        if (status != 0x80 && status != 0x90) continue;
         MidiNoteEvent note;
         note.seconds = std::max(0.0, event->time_seconds);
         note.channel = event->midi_buffer[0] & 0x0F;
+        if (status == 0xD0) {
+            note.kind = MidiEventKind::Pressure;
+            note.velocity = event->midi_buffer[1] & 0x7F;
+            events.push_back(note);
+            continue;
+        }
+        if (event->midi_buffer_length < 3 || (status != 0x80 && status != 0x90 && status != 0xB0)) continue;
         note.note = event->midi_buffer[1] & 0x7F;
-        note.velocity = status == 0x90 ? event->midi_buffer[2] & 0x7F : 0;
+        note.velocity = status == 0x80 ? 0 : event->midi_buffer[2] & 0x7F;
+        if (status == 0xB0) note.kind = MidiEventKind::Control;
         events.push_back(note);
     }
     smf_delete(smf);

@@ -106,6 +106,36 @@ std::pair<int, int> ParseKnobSpec(const std::string& text) {
     return {int(*knob) - 1, int(*value)};
 }
 
+namespace {
+// VALUE@TIME with VALUE 0..127, for `option`.
+ControlSpec ParseValueAt(const std::string& option, const std::string& text, const std::string& valueText,
+                         const std::string& timeText) {
+    const std::optional<long> value = WholeInteger(valueText);
+    const std::optional<double> seconds = ParseSeconds(timeText);
+    if (!value || *value < 0 || *value > 127) Fail(option, text, "value must be 0..127");
+    if (!seconds) Fail(option, text, "time '" + timeText + "' is not a number of seconds");
+    return {-1, int(*value), *seconds};
+}
+}  // namespace
+
+ControlSpec ParseControlSpec(const std::string& text) {
+    const size_t equals = text.find('='), at = text.find('@');
+    if (equals == std::string::npos || at == std::string::npos || at < equals)
+        Fail("--cc", text, "expected NUMBER=VALUE@TIME, e.g. 1=127@0.5");
+    const std::optional<long> controller = WholeInteger(text.substr(0, equals));
+    if (!controller || *controller < 0 || *controller > 127) Fail("--cc", text, "controller must be 0..127");
+    ControlSpec spec =
+        ParseValueAt("--cc", text, text.substr(equals + 1, at - equals - 1), text.substr(at + 1));
+    spec.controller = int(*controller);
+    return spec;
+}
+
+ControlSpec ParsePressureSpec(const std::string& text) {
+    const size_t at = text.find('@');
+    if (at == std::string::npos) Fail("--aftertouch", text, "expected VALUE@TIME, e.g. 100@1.5");
+    return ParseValueAt("--aftertouch", text, text.substr(0, at), text.substr(at + 1));
+}
+
 std::optional<int> EncodeTrackerNote(int midi) {
     // The machine turns a byte into (octave * 12 + semitone + 1) + 5, so octave and
     // semitone come from midi - 5.

@@ -42,6 +42,16 @@ NoteSpec ParseNoteSpec(const std::string& option, const std::string& text);
 // "N=VALUE" with N 1..8 and VALUE 0..128; returns {N - 1, VALUE}. Throws UsageError.
 std::pair<int, int> ParseKnobSpec(const std::string& text);
 
+// "NUMBER=VALUE@TIME" of --cc: controller 0..127 set to 0..127 at TIME seconds.
+// "VALUE@TIME" of --aftertouch (`controller` is then -1). Throws UsageError naming the option.
+struct ControlSpec {
+    int controller = -1;
+    int value = 0;
+    double seconds = 0.0;
+};
+ControlSpec ParseControlSpec(const std::string& text);
+ControlSpec ParsePressureSpec(const std::string& text);
+
 // The pattern note byte (octave << 4 | semitone + 1) that the machine turns into the same
 // engine note as MIDI note `midi` played through its MIDI path, i.e. midi + 1. Only MIDI
 // notes 5..124 fit the pattern's range 0x01..0x9C; others give null.

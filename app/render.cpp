@@ -38,8 +38,9 @@ Schedule BuildSchedule(const RenderPlan& plan, int sampleRate, double samplesPer
     for (const MidiNoteEvent& event : plan.midiNotes)
         schedule.midi.push_back({FrameOf(event.seconds, sampleRate), event});
     // On one frame releases go first, so a note that ends where it starts again sounds.
-    std::stable_sort(schedule.midi.begin(), schedule.midi.end(), [](const auto& a, const auto& b) {
-        return a.frame != b.frame ? a.frame < b.frame : (a.event.velocity == 0 && b.event.velocity != 0);
+    auto isRelease = [](const MidiNoteEvent& e) { return e.kind == MidiEventKind::Note && e.velocity == 0; };
+    std::stable_sort(schedule.midi.begin(), schedule.midi.end(), [&](const auto& a, const auto& b) {
+        return a.frame != b.frame ? a.frame < b.frame : (isRelease(a.event) && !isRelease(b.event));
     });
 
     std::vector<const NoteSpec*> notes;
@@ -114,7 +115,11 @@ RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const Re
         }
         for (; nextMidi < schedule.midi.size() && schedule.midi[nextMidi].frame <= frame; ++nextMidi) {
             const MidiNoteEvent& event = schedule.midi[nextMidi].event;
-            machine.MidiNote(event.channel, event.note, event.velocity);
+            switch (event.kind) {
+                case MidiEventKind::Note: machine.MidiNote(event.channel, event.note, event.velocity); break;
+                case MidiEventKind::Control: machine.MidiControlChange(event.channel, event.note, event.velocity); break;
+                case MidiEventKind::Pressure: machine.MidiChannelPressure(event.channel, event.velocity); break;
+            }
         }
 
         long end = std::min({frame + kMaxFrames, endFrame, TickFrame(tick, samplesPerTick)});
@@ -123,19 +128,22 @@ RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const Re
         if (frame < last) end = std::min(end, last);
         const int n = int(end - frame);
 
-        for (int i = 0; i < n; ++i) {
-            const long at = frame + i;
-            const bool fed = at < inputFrames;
-            buffer[2 * i] = fed ? plan.input[size_t(at) * 2] * kHostScale : 0.0f;
-            buffer[2 * i + 1] = fed ? plan.input[size_t(at) * 2 + 1] * kHostScale : 0.0f;
+        // Without kWorkRead the machine ignores what the buffer holds.
+        if (mode & kWorkRead) {
+            const long fedFrames = std::clamp(inputFrames - frame, 0L, long(n));
+            const float* in = plan.input.data() + size_t(frame) * 2;
+            for (long i = 0; i < 2 * fedFrames; ++i) buffer[i] = in[i] * kHostScale;
+            std::fill(buffer + 2 * fedFrames, buffer + 2 * n, 0.0f);
         }
         machine.Work(buffer, n, mode);
         for (int i = 0; i < 2 * n; ++i) buffer[i] /= kHostScale;
-        if (frame >= last) {
-            for (int i = 0; i < n; ++i) {
-                const bool silent = std::fabs(buffer[2 * i]) < kSilence && std::fabs(buffer[2 * i + 1]) < kSilence;
-                silentRun = silent ? silentRun + 1 : 0;
-            }
+        // Only a render without a set length stops on silence.
+        if (totalFrames < 0 && frame >= last) {
+            int i = n;
+            while (i > 0 && std::fabs(buffer[2 * i - 2]) < kSilence &&
+                   std::fabs(buffer[2 * i - 1]) < kSilence)
+                --i;
+            silentRun = i == 0 ? silentRun + n : n - i;
         }
         frame = end;
         if (!sink(buffer, n)) break;

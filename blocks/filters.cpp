@@ -405,8 +405,42 @@ void CFilterBlock::RunUnmodulatedVoicesTogether(int numSamples) {
     RampedRunTogether(together, in, out, count, numSamples, 1.0f / float(numSamples));
 }
 
+void CFilterBlock::RunModulatedVoicesTogether(int numSamples) {
+    BiquadRecord* together[kMaxVoices];
+    const float* in[kMaxVoices];
+    float* out[kMaxVoices];
+    int voices[kMaxVoices];
+    int count = 0;
+    for (int v = 0; v < engine->numVoices; ++v) {
+        if (!PortHasData(kAudioPort, v) || (!PortHasData(kCutoffPort, v) && !PortHasData(kResonancePort, v)))
+            continue;
+        if (!wasActive[v]) resetPending[v] = true;
+        wasActive[v] = true;
+        voices[count] = v;
+        together[count] = &records[v];
+        in[count] = ports[kAudioPort]->buffer[v];
+        out[count] = output[v];
+        ++count;
+        doneTogether[v] = true;
+        active[v] = 1;
+    }
+    if (count == 0) return;
+    // Each voice designs and runs its chunks in the order Work would; voices do not meet.
+    int i = 0;
+    for (; i + kChunk <= numSamples; i += kChunk) {
+        for (int k = 0; k < count; ++k)
+            DesignVoice(voices[k], ModulatedCutoff(voices[k], i), ModulatedResonance(voices[k], i));
+        RampedRunTogether(together, in, out, count, kChunk, 1.0f / float(kChunk));
+        for (int k = 0; k < count; ++k) in[k] += kChunk, out[k] += kChunk;
+    }
+    if (i < numSamples) RampedRunTogether(together, in, out, count, numSamples - i, 1.0f / float(numSamples - i));
+}
+
 void CFilterBlock::Work(int voice, int numSamples) {
-    if (voice == 0 && !monophonic && engine->numVoices > 1) RunUnmodulatedVoicesTogether(numSamples);
+    if (voice == 0 && !monophonic && engine->numVoices > 1) {
+        RunUnmodulatedVoicesTogether(numSamples);
+        RunModulatedVoicesTogether(numSamples);
+    }
     if (doneTogether[voice]) {
         doneTogether[voice] = false;
         return;

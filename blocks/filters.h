@@ -112,6 +112,8 @@ private:
     // At the first voice's Work: every voice with input and no modulation, designed in
     // voice order and filtered side by side. Their Work calls then find them done.
     void RunUnmodulatedVoicesTogether(int numSamples);
+    // The same for voices under modulation, chunk by chunk, each with its own designs.
+    void RunModulatedVoicesTogether(int numSamples);
 
     bool doneTogether[kMaxVoices] = {};
 };

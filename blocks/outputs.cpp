@@ -14,6 +14,7 @@
 #endif
 
 #include "blocks/pan_law.h"
+#include "blocks/vector_lanes.h"
 
 // [SECTION] Knee and mixing
 
@@ -28,12 +29,6 @@ float OutputKnee(float s, float scale) {
 }
 
 namespace {
-
-// Adds the knee-shaped mix to one host row. `gain` is volume squared.
-void MixInto(float* __restrict row, const float* __restrict mix, float gain, float scale, int numSamples) {
-    float level = gain * scale;
-    for (int i = 0; i < numSamples; ++i) row[i] += OutputKnee(level * mix[i], scale);
-}
 
 // The peaks below take the largest magnitude, and a NaN never raises one. The compiler
 // will not vectorise a float max on its own (it must keep NaN order), so the SSE paths
@@ -64,6 +59,41 @@ struct PeakLanes {
 };
 #endif
 
+// Adds OutputKnee(level * mix[i], scale) to row[i] and, when `also` is given, to also[i].
+// Below the knee the shape passes a sample unchanged, so four that all lie there are added
+// as they are, four at a time; any other four take the scalar knee. Either way every
+// sample is the scalar one.
+void AddKneed(float* row, float* also, const float* __restrict mix, float level, float scale, int n) {
+    int i = 0;
+#if defined(__SSE2__)
+    const __m128 levels = _mm_set1_ps(level), knee = _mm_set1_ps(scale);
+    for (; i + 4 <= n; i += 4) {
+        const __m128 s = _mm_mul_ps(levels, _mm_loadu_ps(mix + i));
+        // NaN fails the comparison and goes the scalar way.
+        if (_mm_movemask_ps(_mm_cmplt_ps(Magnitude(s), knee)) == 15) {
+            _mm_storeu_ps(row + i, _mm_add_ps(_mm_loadu_ps(row + i), s));
+            if (also) _mm_storeu_ps(also + i, _mm_add_ps(_mm_loadu_ps(also + i), s));
+            continue;
+        }
+        for (int j = i; j < i + 4; ++j) {
+            const float shaped = OutputKnee(level * mix[j], scale);
+            row[j] += shaped;
+            if (also) also[j] += shaped;
+        }
+    }
+#endif
+    for (; i < n; ++i) {
+        const float shaped = OutputKnee(level * mix[i], scale);
+        row[i] += shaped;
+        if (also) also[i] += shaped;
+    }
+}
+
+// Adds the knee-shaped mix to one host row. `gain` is volume squared.
+void MixInto(float* __restrict row, const float* __restrict mix, float gain, float scale, int numSamples) {
+    AddKneed(row, nullptr, mix, gain * scale, scale, numSamples);
+}
+
 // Largest magnitude in x[0..n), at least `start`.
 float PeakOf(const float* __restrict x, int n, float start) {
     float top = start;
@@ -78,8 +108,44 @@ float PeakOf(const float* __restrict x, int n, float start) {
     return top;
 }
 
+#if defined(__x86_64__)
+// AccumulateWithPeak eight lanes wide: the same sums, and the same peak, since the largest
+// of a set of magnitudes does not depend on the order they are compared in and maxps
+// skips NaN as the scalar rule does.
+VROK_AVX2 float AccumulateWithPeakEight(float* __restrict mix, const float* __restrict in, int n,
+                                        float start) {
+    const __m256 magnitude = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
+    __m256 lanes[4];
+    for (__m256& l : lanes) l = _mm256_set1_ps(start);
+    int i = 0;
+    for (; i + 32 <= n; i += 32) {
+        for (int k = 0; k < 4; ++k) {
+            const __m256 sum =
+                _mm256_add_ps(_mm256_loadu_ps(mix + i + 8 * k), _mm256_loadu_ps(in + i + 8 * k));
+            _mm256_storeu_ps(mix + i + 8 * k, sum);
+            lanes[k] = _mm256_max_ps(_mm256_and_ps(sum, magnitude), lanes[k]);
+        }
+    }
+    // The lanes hold no NaN, so folding them with maxps in any order gives their largest;
+    // in registers, since reading back a wide store lane by lane stalls.
+    const __m256 wide = _mm256_max_ps(_mm256_max_ps(lanes[0], lanes[1]), _mm256_max_ps(lanes[2], lanes[3]));
+    __m128 half = _mm_max_ps(_mm256_castps256_ps128(wide), _mm256_extractf128_ps(wide, 1));
+    half = _mm_max_ps(half, _mm_movehl_ps(half, half));
+    half = _mm_max_ss(half, _mm_shuffle_ps(half, half, 1));
+    float top = _mm_cvtss_f32(half);
+    for (; i < n; ++i) {
+        mix[i] += in[i];
+        top = RaisePeak(top, mix[i]);
+    }
+    return top;
+}
+#endif
+
 // Adds `in` to `mix` and returns the largest magnitude of the running sum, at least `start`.
 float AccumulateWithPeak(float* __restrict mix, const float* __restrict in, int n, float start) {
+#if defined(__x86_64__)
+    if (CpuHasAvx2()) return AccumulateWithPeakEight(mix, in, n, start);
+#endif
     float top = start;
     int i = 0;
 #if defined(__SSE2__)
@@ -147,12 +213,7 @@ void COutputBlock::OutputWork(StereoBuffers buffers, int numSamples, float scale
     if (disconnected || peak == 0.0f || numSamples == 0) return;
     float v = values[0];
     float gain = v * v;
-    float level = gain * scale;
-    for (int i = 0; i < numSamples; ++i) {
-        float shaped = OutputKnee(level * mixBuffer[i], scale);
-        buffers.left[i] += shaped;
-        buffers.right[i] += shaped;
-    }
+    AddKneed(buffers.left, buffers.right, mixBuffer, gain * scale, scale, numSamples);
 }
 
 // [SECTION] CPanOutputBlock

@@ -230,6 +230,23 @@ void ReportTableProblems(const TiXmlElement& element, const CAudioBlock& block, 
         Report(report, {}, line, who + std::to_string(beyond) + " values past its last parameter dropped");
 }
 
+// A knob's value outside 0..1 or not a number is clamped on the way in (a delay asked
+// for more than its line holds, a rate past the top); one line names each.
+void ReportKnobProblems(const TiXmlElement& element, const CAudioBlock& block, int line, LoadReport* report) {
+    for (int i = 0; i < block.numParameters; ++i) {
+        if (block.kinds[i] == int(ParamKind::Hidden)) continue;
+        char name[16];
+        std::snprintf(name, sizeof name, "P%d", i);
+        const char* text = element.Attribute(name);
+        if (!text) continue;
+        const float value = document::ParseFloat(text);
+        if (value >= 0.0f && value <= 1.0f) continue;
+        Report(report, {}, line,
+               block.name + " at slot " + std::to_string(block.index) + ": \"" + block.names[size_t(i)] + "\" value " +
+                   text + " outside 0..1 clamped to " + (value > 1.0f ? "1" : "0"));
+    }
+}
+
 }  // namespace
 
 // [SECTION] XML
@@ -267,6 +284,7 @@ void VrokDoc::ReadDocument(const TiXmlElement& root, LoadReport* report) {
                 Report(report, {}, line, "unknown block type " + std::to_string(patchBlock->type) + " at slot " + slot);
         } else if (patchBlock) {
             ReportTableProblems(*child, *patchBlock->block, line, report);
+            ReportKnobProblems(*child, *patchBlock->block, line, report);
         } else if (auto* wire = dynamic_cast<PatchConnection*>(storable); wire && !wire->connection) {
             Report(report, {}, line, "refused wire " + WireText(wire->from, wire->to, wire->port));
         }

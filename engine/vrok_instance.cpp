@@ -74,6 +74,7 @@ bool VrokInstance::InsertBlock(int type, int slot, int* outSlot) {
         extKnobSlot[knob] = slot;
     }
     blocks[slot] = block;
+    blocksEnd = std::max(blocksEnd, slot + 1);
     block->posX = int(placement() % unsigned(std::max(1, 800 - block->width)));
     block->posY = 596 - block->height;
     return true;
@@ -123,7 +124,9 @@ void VrokInstance::RemoveBlock(CAudioBlock* block) {
 void VrokInstance::ClearPatch() {
     std::lock_guard guard(lock);
     for (Connection& c : connections) c.inUse = false;
+    connectionsEnd = 0;
     for (int slot = 0; slot < kMaxBlocks; ++slot) DeleteBlock(slot);
+    blocksEnd = 0;
     std::fill(std::begin(extKnobPresent), std::end(extKnobPresent), 0);
     // Rebuilt once the table is empty, so no slot of a deleted block stays in `order`.
     RebuildOrder();
@@ -163,6 +166,7 @@ Connection* VrokInstance::Connect(int from, int to, int port) {
                                     [](const Connection& c) { return !c.inUse; });
     if (free == std::end(connections) || PathExists(to, from)) return nullptr;
     *free = Connection{from, to, port, 1.0f, true};
+    connectionsEnd = std::max(connectionsEnd, int(free - connections) + 1);
     CAudioBlock& dest = *blocks[to];
     // Disconnecting leaves these lists stale, so they can fill up even below the wire
     // limit; nothing reads them, and they simply stop growing then.
@@ -333,7 +337,8 @@ void VrokInstance::Render(StereoBuffers buffers, int numSamples) {
     if (numSamples <= 0 || numSamples > kMaxFrames) return;
     std::lock_guard guard(lock);
     int numWorkers = 0;
-    for (CAudioBlock* b : blocks) {
+    for (int slot = 0; slot < blocksEnd; ++slot) {
+        CAudioBlock* b = blocks[slot];
         if (!b) continue;
         b->visited = false;
         if (b->hasOutputWork) outputWorkers[numWorkers++] = b;
@@ -395,7 +400,8 @@ void VrokInstance::SumInputs(CAudioBlock& b, int numSamples) {
     // A monophonic block gets every voice of a polyphonic source folded into row 0; a
     // monophonic source's rows are copies, so only its row 0 counts there.
     const bool fold = b.monophonic;
-    for (const Connection& c : connections) {
+    for (int k = 0; k < connectionsEnd; ++k) {
+        const Connection& c = connections[k];
         if (!c.inUse || c.toBlock != b.index) continue;
         const CAudioBlock& source = *blocks[c.fromBlock];
         InputPort& port = *b.ports[c.toPort];
@@ -435,8 +441,9 @@ void VrokInstance::RetireVoices() {
 
 void VrokInstance::RunInputs(StereoBuffers buffers, int numSamples) {
     if (numSamples <= 0 || numSamples > kMaxFrames) return;
-    for (CAudioBlock* b : blocks)
-        if (b && b->hasInputWork) b->InputWork(buffers, numSamples, kHostScale);
+    for (int slot = 0; slot < blocksEnd; ++slot)
+        if (CAudioBlock* b = blocks[slot]; b && b->hasInputWork)
+            b->InputWork(buffers, numSamples, kHostScale);
 }
 
 void VrokInstance::ChangeSampleRate(float rate) {

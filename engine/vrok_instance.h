@@ -140,8 +140,14 @@ public:
     std::vector<int> heldNotes;
     bool portamentoOn = false;
     CAudioBlock* blocks[kMaxBlocks] = {};
+    // One past the highest slot ever filled since the last ClearPatch: the per-buffer walks
+    // of the slots stop here.
+    int blocksEnd = 0;
     int order[kMaxBlocks] = {};
     Connection connections[kMaxConnections];
+    // One past the highest entry of `connections` ever used since the last ClearPatch: no
+    // wire lies beyond, so the per-buffer walk stops here.
+    int connectionsEnd = 0;
     int orderCount = 0;
     int voiceNote[kMaxVoices];
     float portamentoFrom[kMaxVoices] = {};

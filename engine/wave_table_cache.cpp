@@ -1,7 +1,10 @@
 // The wave table cache file: where it lives, loading it, and rebuilding and rewriting it
 // when it is missing or unusable. Runs at engine construction, never on the audio thread.
+#include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <vector>
@@ -12,6 +15,20 @@
 namespace {
 
 constexpr const char* kCacheFileName = "Vrok_WaveTableCache.dat";
+constexpr const char* kNoteCacheFileName = "Vrok_NoteTableCache.dat";
+constexpr size_t kNoteTableBytes = sizeof(NoteTables::Table) * kNumWaveforms * NoteTables::kCount;
+
+// The note table file's header, written as it lies in memory: a file made where byte order
+// or layout differ fails the layout check and is rebuilt.
+struct NoteCacheHeader {
+    char magic[8];
+    uint32_t layout[4];
+    uint64_t checksum;
+};
+constexpr NoteCacheHeader kNoteCacheHeader = {
+    {'V', 'r', 'o', 'k', 'N', 'o', 't', 'e'},
+    {kNumWaveforms, NoteTables::kCount, kWaveTableLength, 0x01020304u},
+    0};
 // Cents per table: the sine has no harmonics to lose, so a few tables do.
 constexpr int kCentsPerTable[kNumWaveforms] = {2400, 100, 100, 100};
 
@@ -47,6 +64,32 @@ bool LoadCache(const std::string& path, WaveTableSet (&sets)[kNumWaveforms]) {
     return valid;
 }
 
+// Fletcher-style sums over the tables' bits, eight side by side (word i feeds lane i % 8)
+// so that the loop vectorises: any changed or moved word changes the result, and it costs
+// far less than reading the file.
+uint64_t NoteTablesChecksum(const NoteTables::Table* tables) {
+    constexpr int kLanes = 8;
+    static_assert(kWaveTableLength % kLanes == 0);
+    uint32_t a[kLanes], b[kLanes] = {};
+    std::fill_n(a, kLanes, 1u);
+    for (int t = 0; t < kNumWaveforms * NoteTables::kCount; ++t)
+        for (int i = 0; i < kWaveTableLength; i += kLanes)
+            for (int k = 0; k < kLanes; ++k) {
+                a[k] += std::bit_cast<uint32_t>(tables[t][i + k]);
+                b[k] += a[k];
+            }
+    uint64_t sum = 0;
+    for (int k = 0; k < kLanes; ++k) sum = (sum ^ (uint64_t(a[k]) << 32 | b[k])) * 0x100000001B3ull;
+    return sum;
+}
+
+// Creates the cache's directory; false when it cannot exist.
+bool MakeCacheDirectory(const std::string& path) {
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
+    return !error;
+}
+
 void BuildAll(WaveTableSet (&sets)[kNumWaveforms]) {
     std::vector<float> source(kWaveTableLength);
     for (int w = 0; w < kNumWaveforms; ++w) {
@@ -58,9 +101,7 @@ void BuildAll(WaveTableSet (&sets)[kNumWaveforms]) {
 // Another engine or process sees either the old cache or the whole new one. Any failure
 // is ignored: the tables are built, only the cache is lost.
 void SaveCache(const std::string& path, const WaveTableSet (&sets)[kNumWaveforms]) {
-    std::error_code error;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
-    if (error) return;
+    if (!MakeCacheDirectory(path)) return;
     WriteFileAtomically(path, [&](std::FILE* file) {
         for (const WaveTableSet& set : sets)
             if (!set.Write(file)) return false;
@@ -74,6 +115,35 @@ std::string WaveTableCachePath() {
     const std::string dir = CacheDirectory();
     if (dir.empty()) return std::string();
     return dir + "/" + kCacheFileName;
+}
+
+std::string NoteTableCachePath() {
+    const std::string dir = CacheDirectory();
+    if (dir.empty()) return std::string();
+    return dir + "/" + kNoteCacheFileName;
+}
+
+bool NoteTables::ReadCache(const std::string& path, Table* tables) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file) return false;
+    NoteCacheHeader header;
+    bool valid = std::fread(&header, sizeof header, 1, file) == 1 &&
+                 std::memcmp(header.magic, kNoteCacheHeader.magic, sizeof header.magic) == 0 &&
+                 std::memcmp(header.layout, kNoteCacheHeader.layout, sizeof header.layout) == 0 &&
+                 std::fread(tables, 1, kNoteTableBytes, file) == kNoteTableBytes && std::fgetc(file) == EOF &&
+                 !std::ferror(file);
+    std::fclose(file);
+    return valid && header.checksum == NoteTablesChecksum(tables);
+}
+
+bool NoteTables::WriteCache(const std::string& path, const Table* tables) {
+    if (!MakeCacheDirectory(path)) return false;
+    NoteCacheHeader header = kNoteCacheHeader;
+    header.checksum = NoteTablesChecksum(tables);
+    return WriteFileAtomically(path, [&](std::FILE* file) {
+        return std::fwrite(&header, sizeof header, 1, file) == 1 &&
+               std::fwrite(tables, 1, kNoteTableBytes, file) == kNoteTableBytes;
+    });
 }
 
 void LoadOrBuildWaveTables(WaveTableSet (&sets)[kNumWaveforms]) {

@@ -178,16 +178,12 @@ namespace {
 std::mutex noteTablesMutex;
 int noteTablesUsers = 0;
 
-constexpr int kNoteTableCount = 128;
 // Harmonics whose frequency in this scale passes this limit are cut.
 constexpr double kNoteTableCutHz = 27500.0;
 
 }  // namespace
 
-void NoteTables::Acquire() {
-    std::lock_guard<std::mutex> lock(noteTablesMutex);
-    if (noteTablesUsers++ > 0) return;
-
+void NoteTables::Build(Table* tables) {
     std::vector<FftComplex> source(kWaveTableLength);
     std::vector<FftComplex> cycle(kWaveTableLength);
     for (int w = 0; w < kNumWaveforms; ++w) {
@@ -195,9 +191,8 @@ void NoteTables::Acquire() {
         // Every table starts from the same full spectrum, so one forward transform
         // serves all 128.
         FftForward(source.data());
-
-        auto made = std::make_unique<Table[]>(kNoteTableCount);
-        for (int n = 0; n < kNoteTableCount; ++n) {
+        Table* made = tables + w * kCount;
+        for (int n = 0; n < kCount; ++n) {
             const double f = 440.0 * std::pow(2.0, (n + 67 - 70) / 12.0);
             cycle = source;
             for (int k = 0; k < kWaveTableLength; ++k) {
@@ -208,16 +203,29 @@ void NoteTables::Acquire() {
             FftInverse(cycle.data());
             for (int i = 0; i < kWaveTableLength; ++i) made[n][i] = float(cycle[i].real());
         }
-        sets[w] = made.release();
     }
+}
+
+void NoteTables::Acquire() {
+    std::lock_guard<std::mutex> lock(noteTablesMutex);
+    if (noteTablesUsers++ > 0) return;
+
+    // One block for all waveforms; every table is written before it is read.
+    auto made = std::make_unique_for_overwrite<Table[]>(kNumWaveforms * kCount);
+    const std::string path = NoteTableCachePath();
+    if (path.empty() || !ReadCache(path, made.get())) {
+        Build(made.get());
+        // Only the cache is lost when it cannot be written.
+        if (!path.empty()) WriteCache(path, made.get());
+    }
+    const Table* block = made.release();
+    for (int w = 0; w < kNumWaveforms; ++w) sets[w] = block + w * kCount;
 }
 
 void NoteTables::Release() {
     std::lock_guard<std::mutex> lock(noteTablesMutex);
     // An unmatched Release is a caller's bug; ignoring it beats freeing tables in use.
     if (noteTablesUsers == 0 || --noteTablesUsers > 0) return;
-    for (const Table*& tablesOfWave : sets) {
-        delete[] tablesOfWave;
-        tablesOfWave = nullptr;
-    }
+    delete[] sets[0];
+    for (const Table*& tablesOfWave : sets) tablesOfWave = nullptr;
 }

@@ -52,16 +52,30 @@ void LoadOrBuildWaveTables(WaveTableSet (&sets)[kNumWaveforms]);
 // followed by "Vrok_WaveTableCache.dat".
 std::string WaveTableCachePath();
 
+// The note tables' cache file, beside the wave table cache: "Vrok_NoteTableCache.dat".
+std::string NoteTableCachePath();
+
 // Process-wide float tables, 128 per waveform, reference-counted by the engines: the
-// first Acquire builds them, the last Release frees them. Thread-safe.
+// first Acquire loads them from their cache file or builds them (and rewrites the cache
+// atomically), the last Release frees them. Thread-safe.
 class NoteTables {
 public:
+    static constexpr int kCount = 128;
     using Table = float[kWaveTableLength];
     static void Acquire();
     static void Release();
     // Table `index` (0..127) of `waveform`; valid while any engine lives.
     static const Table& Get(int waveform, int index) { return sets[waveform][index]; }
 
+    // The cache file's contents: a header, then the kNumWaveforms * kCount tables as they lie
+    // in memory, so a file from a machine of other byte order or float layout is refused.
+    // Read returns false, leaving `tables` in any state, for a file that is not exactly
+    // what Write makes. Write goes through a temporary file and a rename.
+    static bool ReadCache(const std::string& path, Table* tables);
+    static bool WriteCache(const std::string& path, const Table* tables);
+
 private:
+    static void Build(Table* tables);
+
     static const Table* sets[kNumWaveforms];
 };

@@ -267,13 +267,7 @@ bool mi::Work(float* samples, int numSamples, int mode) {
     if (!samples || numSamples <= 0) return false;
     VrokInstance& engine = *document->engine;
     const machine::MasterInfo master = host.GetMasterInfo();
-    // Before the lock: rebuilding the master effects loses their tails, and the global
-    // settings must reach the new ones.
-    if (master.samplesPerSec > 0 && float(master.samplesPerSec) != hostSampleRate) {
-        hostSampleRate = float(master.samplesPerSec);
-        engine.ChangeSampleRate(hostSampleRate);
-        document->ReapplyGlobals();
-    }
+    FollowSampleRate(master);
 
     std::lock_guard guard(machineLock);
     const StereoBuffers rows{inputLeft, inputRight};
@@ -305,6 +299,16 @@ bool mi::Work(float* samples, int numSamples, int mode) {
     energy = 0.0f;
     for (int i = 0; i < numSamples; ++i) energy += samples[i] * samples[i];
     return energy > 0.0f;
+}
+
+void mi::FollowSampleRate(const machine::MasterInfo& master) {
+    // Before the lock: rebuilding the master effects loses their tails, and the global
+    // settings must reach the new ones.
+    if (master.samplesPerSec > 0 && float(master.samplesPerSec) != hostSampleRate) {
+        hostSampleRate = float(master.samplesPerSec);
+        document->engine->ChangeSampleRate(hostSampleRate);
+        document->ReapplyGlobals();
+    }
 }
 
 bool mi::WorkMonoToStereo(const float*, float* output, int numSamples, int) {
@@ -343,29 +347,29 @@ void mi::Save(machine::DataOutput* output) {
     WriteUint32(*output, uint32_t(windowHeight));
 }
 
-void mi::ReloadState(machine::DataInput* input) {
-    if (!input) return;
+bool mi::ReloadState(machine::DataInput* input) {
+    if (!input) return false;
     std::lock_guard guard(machineLock);
-    RestoreState(*input);
+    return RestoreState(*input);
 }
 
-void mi::RestoreState(machine::DataInput& input) {
+bool mi::RestoreState(machine::DataInput& input) {
     uint32_t length = 0;
     if (!ReadUint32(input, length)) {
         Log(1, "saved state is empty; keeping the patch");
-        return;
+        return false;
     }
     if (length > kMaxStateText) {
         Log(1, "saved state has an impossible length; keeping the patch");
-        return;
+        return false;
     }
     std::string text;
     if (!ReadText(input, length, text)) {
         Log(1, "saved state is cut short; keeping the patch");
-        return;
+        return false;
     }
     // Text without a "storables" root leaves the patch as it was; an empty text is such.
-    document->ReadXml(text);
+    const bool read = document->ReadXml(text);
 
     uint32_t width = 0, height = 0;
     if (ReadUint32(input, width) && ReadUint32(input, height)) {
@@ -379,6 +383,7 @@ void mi::RestoreState(machine::DataInput& input) {
         Log(1, "saved state lacks the window size");
     }
     UpdateTitle();
+    return read;
 }
 
 // [SECTION] commands and editor

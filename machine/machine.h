@@ -104,6 +104,10 @@ public:
     // True when the buffer carries sound. Audio thread; machine lock; allocates nothing,
     // except on a change of the host's rate, which rebuilds the master effects first.
     bool Work(float* samples, int numSamples, int mode);
+    // Work's first step: a host rate other than the last one seen rebuilds the master
+    // effects and sends every global setting again, which releases all notes. A host that
+    // delivers notes before Work calls it first, so those notes survive.
+    void FollowSampleRate(const machine::MasterInfo& master);
     // Renders into `output` (interleaved stereo), ignoring `input` and `mode`, with no
     // InputWork. Audio thread; machine lock.
     bool WorkMonoToStereo(const float* input, float* output, int numSamples, int mode);
@@ -134,8 +138,9 @@ public:
 
     // [Extension]
     void SetEditorHidden(bool hidden);
-    // Init's restore without its one-time steps.
-    void ReloadState(machine::DataInput* input);
+    // Init's restore without its one-time steps. True when the stream held a patch that
+    // replaced the old one; otherwise the patch stays as it was.
+    bool ReloadState(machine::DataInput* input);
 
     // [Shared with editor and tools]
     // Loads a ".vrkx" file, or failing that a ".vrk" file, under the machine lock. False
@@ -185,8 +190,9 @@ public:
 private:
     bool AcceptsChannel(int channel);
     // Shared by Init and ReloadState; the caller holds the machine lock. A short or
-    // oversized stream leaves the patch as it was.
-    void RestoreState(machine::DataInput& input);
+    // oversized stream leaves the patch as it was, and so does text that is not a patch:
+    // both give false.
+    bool RestoreState(machine::DataInput& input);
     static bool OnDoubleClick(void* parameter);
     static bool OnRename(void* parameter);
 

@@ -15,6 +15,10 @@ packages=(
   libjack-jackd2-dev librtaudio-dev librtmidi-dev libasound2-dev jackd2
   # The tracker the machine libraries are tested in (tests labelled "host").
   buzztrax gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3
+  # The LV2 plug-ins: headers, the lilv test host, Debian's LV2 tools (lv2_validate needs
+  # sordi), jalv on a JACK server with the dummy driver, and xwininfo to see the editor
+  # embedded in jalv.gtk3.
+  lv2-dev liblilv-dev lilv-utils sordi jalv jackd2 x11-utils
 )
 
 missing=()

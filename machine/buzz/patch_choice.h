@@ -13,21 +13,15 @@
 #include <string>
 #include <thread>
 
+#include "machine/patch_folder.h"
+
 class mi;
 
 namespace buzz {
 
-// $XDG_DATA_HOME/vrok/patches, else $HOME/.local/share/vrok/patches; empty when neither
-// variable is set.
-std::string PatchFolder();
-// The ".vrkx" or ".vrk" file in `folder` whose name starts with `number` in decimal
-// followed by a non-digit; the first in name order when several do. Empty when none does
-// or the folder cannot be read.
-std::string FindPatchFile(const std::string& folder, int number);
-
 class PatchChoice {
 public:
-    static constexpr int kMaxNumber = 999;
+    static constexpr int kMaxNumber = machine::kMaxPatchNumber;
 
     explicit PatchChoice(mi& machine) : machine(machine) {}
     // Waits for a load under way, then stops the thread.

@@ -277,7 +277,7 @@ bool VrokMachine::Open(mi&) {
 }
 
 std::string VrokMachine::AskOpenFile(mi&, const std::string&, const std::string&, const std::string&) {
-    const std::string folder = PatchFolder();
+    const std::string folder = machine::PatchFolder();
     Tell(std::string(description.shortName) + ": no file dialog in this host. Put patches in " +
          (folder.empty() ? std::string("$XDG_DATA_HOME/vrok/patches") : folder) +
          " named by number (\"7 bass.vrkx\") and pick one with the \"Patch\" attribute.");

@@ -132,6 +132,62 @@ TEST_F(AppCommandLine, EnvelopeExamplesEndWhenTheirReleaseEnds) {
     }
 }
 
+TEST_F(AppCommandLine, ModulationExamplesPlayAndThePluckTunesToItsNote) {
+    for (const char* name : {"pluck.vrkx", "vowel_pad.vrkx", "lfo_filter.vrkx"}) {
+        const std::string patch = std::string(VROK_EXAMPLES_DIR "/") + name;
+        const fs::path copy = dir / "copy.vrkx", wav = dir / "mod.wav";
+        ASSERT_EQ(Vrok("convert " + patch + " " + copy.string()), 0) << err;
+        EXPECT_EQ(ReadAll(copy), ReadAll(patch)) << name << ": the examples are as the document writes";
+        ASSERT_EQ(Vrok("render " + patch + " --play A3@0-1 --seconds 1.5 -o " + wav.string()), 0) << err;
+        int rate = 0;
+        const std::vector<float> audio = ReadWav(wav, &rate);
+        float peak = 0.0f;
+        for (float x : audio) {
+            ASSERT_TRUE(std::isfinite(x)) << name;
+            peak = std::max(peak, std::fabs(x));
+        }
+        EXPECT_GT(peak, 0.02f) << name;
+        EXPECT_LT(peak, 1.0f) << name;
+        // The tracked delay rings at the played note, A3 at 220 Hz: the string's period is
+        // where the sound best matches itself. Its harmonics are all about as strong.
+        if (std::string(name) == "pluck.vrkx") {
+            int bestLag = 0;
+            double best = -1.0;
+            for (int lag = rate / 1000; lag < rate / 50; ++lag) {
+                double sum = 0.0;
+                for (int i = 4410; i < 8820; ++i) sum += double(audio[2 * i]) * audio[2 * (i + lag)];
+                if (sum > best) best = sum, bestLag = lag;
+            }
+            EXPECT_NEAR(double(rate) / bestLag, 220.0, 2.0);
+        }
+    }
+}
+
+TEST_F(AppCommandLine, ModWheelAndAftertouchReachTheirBlocks) {
+    // A sine whose level is the mod wheel (or the aftertouch): silent until the controller
+    // moves half a second in, then sounding.
+    for (const auto& [type, option] : {std::pair{47, std::string("--cc 1=127@0.5")},
+                                       std::pair{48, std::string("--aftertouch 127@0.5")}}) {
+        const fs::path patch = dir / "wheel.vrkx", wav = dir / "wheel.wav";
+        std::ofstream(patch) << "<storables>\n<BLOCK ID=\"1\" TYPE=\"4\" POS=\"0\" P2=\"0\" />\n"
+                                "<BLOCK ID=\"2\" TYPE=\"0\" POS=\"1\" P0=\"1\" />\n<BLOCK ID=\"3\" TYPE=\""
+                             << type
+                             << "\" POS=\"2\" />\n<CONNECTION ID=\"4\" FROM=\"0\" TO=\"1\" INPUTID=\"0\" />\n"
+                                "<CONNECTION ID=\"5\" FROM=\"2\" TO=\"0\" INPUTID=\"1\" />\n</storables>\n";
+        ASSERT_EQ(Vrok("render " + patch.string() + " --play A4@0-1 --seconds 1 " + option + " -o " + wav.string()),
+                  0)
+            << err;
+        int rate = 0;
+        const std::vector<float> audio = ReadWav(wav, &rate);
+        float before = 0.0f, after = 0.0f;
+        for (size_t i = 0; i < audio.size() / 2; ++i)
+            (i < size_t(rate) / 2 ? before : after) =
+                std::max(i < size_t(rate) / 2 ? before : after, std::fabs(audio[2 * i]));
+        EXPECT_EQ(before, 0.0f) << option;
+        EXPECT_GT(after, 0.1f) << option;
+    }
+}
+
 TEST_F(AppCommandLine, ConvertWritesStableXmlAndReadsTheBinaryFormat) {
     const fs::path first = dir / "first.vrkx", second = dir / "second.vrkx";
     ASSERT_EQ(Vrok("convert " VROK_EXAMPLES_DIR "/sine_a4.vrkx " + first.string()), 0) << err;

@@ -41,6 +41,26 @@ TEST(AppMidiFile, NotesWithTimesChannelsAndReleases) {
     EXPECT_EQ(events[3].velocity, 0) << "note-on at velocity 0";
 }
 
+TEST(AppMidiFile, ControllersAndChannelPressureAreRead) {
+    const std::vector<uint8_t> song = {
+        'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 0, 0, 1, 0, 96, 'M', 'T', 'r', 'k', 0, 0, 0, 19,
+        0x00, 0xB2, 1, 127,      // mod wheel up, channel 2
+        0x60, 0xD0, 90,          // 96 ticks later: channel pressure 90
+        0x00, 0xE0, 0, 64,       // pitch wheel: not read
+        0x00, 0x90, 60, 100,     // a note
+        0x00, 0xFF, 0x2F, 0x00,  // end of track
+    };
+    const std::string path = WriteTemp(song);
+    const std::vector<MidiNoteEvent> events = ReadMidiFile(path);
+    std::filesystem::remove(path);
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_TRUE(events[0].kind == MidiEventKind::Control && events[0].channel == 2 && events[0].note == 1 &&
+                events[0].velocity == 127);
+    EXPECT_TRUE(events[1].kind == MidiEventKind::Pressure && events[1].velocity == 90);
+    EXPECT_NEAR(events[1].seconds, 0.5, 1e-6);
+    EXPECT_TRUE(events[2].kind == MidiEventKind::Note && events[2].note == 60);
+}
+
 TEST(AppMidiFile, BrokenFilesAreReportedNotCrashedOn) {
     const std::vector<std::vector<uint8_t>> broken = {
         {}, {'R', 'I', 'F', 'F', 1, 2, 3, 4}, {kSong.begin(), kSong.begin() + 10}, {kSong.begin(), kSong.begin() + 25}};

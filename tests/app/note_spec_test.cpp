@@ -43,6 +43,16 @@ TEST(AppKnobSpec, RangeOfKnobAndValue) {
         EXPECT_THROW(ParseKnobSpec(bad), UsageError) << bad;
 }
 
+TEST(AppControlSpec, ControllerAndPressureRanges) {
+    const ControlSpec wheel = ParseControlSpec("1=127@0.5");
+    EXPECT_TRUE(wheel.controller == 1 && wheel.value == 127 && wheel.seconds == 0.5);
+    const ControlSpec pressure = ParsePressureSpec("90@2");
+    EXPECT_TRUE(pressure.controller == -1 && pressure.value == 90 && pressure.seconds == 2.0);
+    for (const char* bad : {"128=1@0", "-1=1@0", "1=128@0", "1=-1@0", "1=5", "1@0", "=5@0", "1=5@x", "1@0=5"})
+        EXPECT_THROW(ParseControlSpec(bad), UsageError) << bad;
+    for (const char* bad : {"128@0", "-1@0", "5", "@1", "5@x"}) EXPECT_THROW(ParsePressureSpec(bad), UsageError) << bad;
+}
+
 TEST(AppTrackerNote, EveryEncodableNoteLandsWhereTheMidiPathDoes) {
     for (int midi = 0; midi < 128; ++midi) {
         const std::optional<int> byte = EncodeTrackerNote(midi);

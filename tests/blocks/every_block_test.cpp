@@ -13,27 +13,13 @@
 #include "blocks/sampler.h"
 #include "document/block_types.h"
 #include "engine/vrok_instance.h"
+#include "support/allocation_counter.h"
 
-// GCC cannot see that these replacements pair malloc with free.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
-namespace {
-std::atomic<bool> armed{false};
-std::atomic<long> allocations{0};
-}  // namespace
-
-void* operator new(std::size_t size) {
-    if (armed.load(std::memory_order_relaxed)) allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
+
+using allocation_counter::allocations;
+using allocation_counter::armed;
 
 constexpr int kOscType = 4, kNoiseType = 7, kOutputType = 0;
 

@@ -154,6 +154,7 @@ TEST(FiltersWork, StateClearedTwoBlocksAfterTheInputEnds) {
 TEST(FiltersWork, VoicesRunTogetherMatchVoicesRunAlone) {
     constexpr int kVoices = 7;
     CFilterBlock together(&Engine(kVoices), kRate);
+    // Blocks 0..5 plain, 6..11 with the cutoff modulated.
     std::vector<std::unique_ptr<CFilterBlock>> alone;
     for (int v = 0; v < kVoices; ++v) {
         alone.push_back(std::make_unique<CFilterBlock>(&Engine(kVoices), kRate));
@@ -161,16 +162,24 @@ TEST(FiltersWork, VoicesRunTogetherMatchVoicesRunAlone) {
     }
     auto signal = [](int v, int b) { return [v, b](int i) { return Rough(i * (v + 1) + b * 31) * 0.3f; }; };
     for (int b = 0; b < 12; ++b) {
-        const int n = b == 5 ? 250 : kMaxFrames;  // a block that is not a multiple of four
+        const int n = b == 5 || b == 9 ? 250 : kMaxFrames;  // a block that is not a multiple of four
         if (b == 3) {
             together.SetParameter(0, 0.8f);
             for (auto& f : alone) f->SetParameter(0, 0.8f);
         }
+        // From block 6 on the cutoff is modulated, differently in each voice.
+        auto sweep = [b](int voice) { return [voice, b](int i) { return 0.3f * Rough(i + 17 * voice + b); }; };
         Step(together, n, kVoices, [&] {
-            for (int v = 0; v < kVoices; ++v) Feed(together, 0, v, n, signal(v, b));
+            for (int v = 0; v < kVoices; ++v) {
+                Feed(together, 0, v, n, signal(v, b));
+                if (b >= 6) Feed(together, 1, v, n, sweep(v));
+            }
         });
         for (int v = 0; v < kVoices; ++v) {
-            Step(*alone[v], n, 1, [&] { Feed(*alone[v], 0, 0, n, signal(v, b)); });
+            Step(*alone[v], n, 1, [&] {
+                Feed(*alone[v], 0, 0, n, signal(v, b));
+                if (b >= 6) Feed(*alone[v], 1, 0, n, sweep(v));
+            });
             ASSERT_EQ(together.active[v], 1);
             for (int i = 0; i < n; ++i)
                 ASSERT_EQ(together.output[v][i], alone[v]->output[0][i])

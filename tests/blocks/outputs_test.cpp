@@ -61,6 +61,29 @@ TEST(OutputsWork, VolumeKneeAndUntouchedRows) {
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(kept.left[i] == 7.0f && kept.right[i] == 7.0f) << i;
 }
 
+TEST(OutputsWork, EverySampleIsTheKneeOfItsOwnValue) {
+    // Runs of four below the knee take a fast path; any four with one sample at or past
+    // it, or NaN, take the knee sample by sample. Both must give the knee's own values.
+    COutputBlock out(&Engine(1), kRate);
+    out.SetParameter(0, 0.8f);
+    const float level = 0.8f * 0.8f * kHostScale;
+    for (int n : {256, 37}) {
+        auto x = [](int i) { return i == 77 || i == 13 ? NAN : 2.5f * std::sin(0.05f * float(i)); };
+        Step(out, n, 1, [&] { Feed(out, 0, 0, n, x); });
+        Host host(3.0f);
+        out.OutputWork(host.Buffers(), n, kHostScale);
+        for (int i = 0; i < n; ++i) {
+            const float expected = 3.0f + OutputKnee(level * x(i), kHostScale);
+            if (std::isnan(expected)) {
+                EXPECT_TRUE(std::isnan(host.left[i]) && std::isnan(host.right[i])) << i;
+                continue;
+            }
+            ASSERT_EQ(host.left[i], expected) << n << " " << i;
+            ASSERT_EQ(host.right[i], expected) << n << " " << i;
+        }
+    }
+}
+
 TEST(OutputsWork, PeakAndMeter) {
     COutputBlock mono(&Engine(2), kRate);
     CPanOutputBlock pan(&Engine(2), kRate);
@@ -79,14 +102,29 @@ TEST(OutputsWork, PeakAndMeter) {
     EXPECT_FLOAT_EQ(pan.GetLevel(), 0.75f * 0.25f);
     EXPECT_EQ(mono.peak, 0.0f);
 
-    // The peak sees every sample, inside the wide loop and in the tail, and skips NaN: a
-    // NaN later in the same lane must not wipe out the peak found there.
+    // The peak sees every sample, inside the wide loops (4 or 8 lanes) and in the tail, and
+    // skips NaN: a NaN later in the same lane must not wipe out the peak found there.
     for (CAudioBlock* b : {static_cast<CAudioBlock*>(&mono), static_cast<CAudioBlock*>(&pan)}) {
-        for (int at : {3, 20, 36}) {
-            const int nan = at + 16 < 37 ? at + 16 : 5;
-            Step(*b, 37, 1, [&] { Feed(*b, 0, 0, 37, [=](int i) { return i == at ? -0.9f : i == nan ? NAN : 0.1f; }); });
-            EXPECT_EQ(b == &mono ? mono.peak : pan.peak, 0.9f) << b->name << " at " << at;
+        for (int n : {37, 256}) {
+            for (int at : {3, 20, 36, 100, 255}) {
+                if (at >= n) continue;
+                auto x = [=](int i) {
+                    return i == at ? -0.9f : (i == at + 16 || i == at + 32 || i == 5) ? NAN : 0.1f;
+                };
+                Step(*b, n, 1, [&] { Feed(*b, 0, 0, n, x); });
+                EXPECT_EQ(b == &mono ? mono.peak : pan.peak, 0.9f) << b->name << " at " << at << " of " << n;
+            }
         }
+    }
+
+    // The mono mix is each sample's plain sum of the voices, in voice order.
+    auto voice = [](int v) {
+        return [v](int i) { return std::sin(0.37f * float(i) + float(v)) * float(v + 1); };
+    };
+    Step(mono, 256, 3, [&] { for (int v = 0; v < 3; ++v) Feed(mono, 0, v, 256, voice(v)); });
+    for (int i = 0; i < 256; ++i) {
+        const float expected = (voice(0)(i) + voice(1)(i)) + voice(2)(i);
+        ASSERT_EQ(mono.mixBuffer[i], expected) << i;
     }
 }
 

@@ -115,10 +115,12 @@ TEST(PatchFileXml, UnknownBlockTypeFailsAndItsWiresRefuse) {
     ASSERT_NE(doc.engine->blocks[1], nullptr);
     EXPECT_EQ(doc.engine->blocks[1]->values[0], 1.0f);  // read as atof would, then clamped
     EXPECT_TRUE(LiveWires(*doc.engine).empty());
-    ASSERT_EQ(report.size(), 3u);
+    ASSERT_EQ(report.size(), 4u);
     EXPECT_EQ(report[0].Format(), "line 2: unknown block type 36 at slot 0");
-    EXPECT_EQ(report[1].Format(), "line 4: refused wire 0->1:0");
-    EXPECT_EQ(report[2].Format(), "line 5: unknown element NOTE skipped");
+    EXPECT_NE(report[1].Format().find("line 3: Output at slot 1: "), std::string::npos);
+    EXPECT_NE(report[1].Format().find(" 2.5x outside 0..1 clamped to 1"), std::string::npos);
+    EXPECT_EQ(report[2].Format(), "line 4: refused wire 0->1:0");
+    EXPECT_EQ(report[3].Format(), "line 5: unknown element NOTE skipped");
     // The failed record keeps what it read, so saving does not turn it into an output.
     VrokDoc copy;
     ASSERT_TRUE(copy.ReadXml(doc.WriteXml()));
@@ -272,4 +274,22 @@ TEST(PatchFileTables, DamagedTablesLoadWhatIsValidWithOneLinePerProblem) {
               "line 2: |Custom Envelope at slot 0: 2 values past its last parameter dropped");
     EXPECT_EQ(report[3].Format(),
               "line 3: Waveshaper at slot 1: table has 0 of 128 points; the missing ones keep their values");
+}
+
+TEST(PatchFileKnobs, ValuesOutsideTheRangeAreClampedWithOneLineEach) {
+    // A delay asked for seven times its longest time, a negative feedback, a NaN rate.
+    const std::string text =
+        "<storables>\n<BLOCK ID=\"1\" TYPE=\"19\" POS=\"0\" P0=\"7\" P1=\"-1\" />\n"
+        "<BLOCK ID=\"2\" TYPE=\"3\" POS=\"1\" P0=\"nan\" P1=\"0.5\" />\n</storables>";
+    VrokDoc doc;
+    LoadReport report;
+    ASSERT_TRUE(doc.ReadXml(text, &report));
+    EXPECT_EQ(doc.engine->blocks[0]->GetParameter(0), 1.0f);
+    EXPECT_EQ(doc.engine->blocks[0]->GetParameter(1), 0.0f);
+    EXPECT_EQ(doc.engine->blocks[1]->GetParameter(0), 0.0f);
+    EXPECT_EQ(doc.engine->blocks[1]->GetParameter(1), 0.5f);
+    ASSERT_EQ(report.size(), 3u);
+    EXPECT_EQ(report[0].Format(), "line 2: Delay at slot 0: \"Time\" value 7 outside 0..1 clamped to 1");
+    EXPECT_EQ(report[1].Format(), "line 2: Delay at slot 0: \"Feedback\" value -1 outside 0..1 clamped to 0");
+    EXPECT_EQ(report[2].Format(), "line 3: LFO at slot 1: \"Frequency\" value nan outside 0..1 clamped to 0");
 }

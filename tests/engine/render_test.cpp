@@ -44,6 +44,25 @@ TEST_F(Render, PortsSumAllWiresAndKnowSilentFromUnwired) {
     EXPECT_FALSE(engine.blocks[amp]->ports[1]->hasConnection);
 }
 
+TEST_F(Render, WiresCountWhereverTheyLieInTheTable) {
+    // The per-buffer walk stops after the highest entry in use: a wire made after others
+    // that are gone since, and the first wire after a cleared patch, must both count.
+    engine.SetVoiceCount(2, false);
+    int x = Add(kPolySource), amp = Add(kPass);
+    std::vector<Connection*> earlier;
+    for (int k = 0; k < 10; ++k) earlier.push_back(engine.Connect(x, Add(kPass), 0));
+    Chain({x, amp, WorkingOutput()});
+    for (Connection* c : earlier) engine.Disconnect(c);
+    Run();
+    EXPECT_FLOAT_EQ(engine.blocks[amp]->ports[0]->buffer[1][0], (x + 1) * 0.001f);
+
+    engine.ClearPatch();
+    x = Add(kPolySource), amp = Add(kPass);
+    Chain({x, amp, WorkingOutput()});
+    Run();
+    EXPECT_FLOAT_EQ(engine.blocks[amp]->ports[0]->buffer[1][0], (x + 1) * 0.001f);
+}
+
 TEST_F(Render, VoiceSilentInEveryOutputIsRetired) {
     engine.SetVoiceCount(4, false);
     int osc = Add(kPolySource);

@@ -1,10 +1,12 @@
-// Wave tables: the transform, band limits, table selection, the cache file and its
+// Wave tables: the transform, band limits, table selection, the cache files and their
 // recovery from damage, and the shared note tables.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <numbers>
@@ -241,7 +243,7 @@ TEST_F(WaveTablesCache, DamagedCacheIsRebuiltAndRewrittenAndUnwritableOneIsNoErr
     EXPECT_EQ(std::distance(fs::directory_iterator(root), fs::directory_iterator()), 2);
 }
 
-TEST(NoteTables, CutHarmonicsAboveTheirLimitAndAreSharedUntilTheLastRelease) {
+TEST_F(WaveTablesCache, NoteTablesCutHarmonicsAboveTheirLimitAndAreSharedUntilTheLastRelease) {
     NoteTables::Acquire();
     for (int w = 0; w < kNumWaveforms; ++w) {
         float source[kN];
@@ -267,4 +269,68 @@ TEST(NoteTables, CutHarmonicsAboveTheirLimitAndAreSharedUntilTheLastRelease) {
     NoteTables::Acquire();
     EXPECT_NEAR(NoteTables::Get(0, 0)[512], 1.0f, 1e-5f) << "built again";
     NoteTables::Release();
+}
+
+namespace {
+
+using NoteTableBits = std::vector<float>;
+
+// Acquires the note tables (loading or building them), copies them out and releases them.
+NoteTableBits AcquireNoteTables() {
+    NoteTables::Acquire();
+    NoteTableBits bits;
+    for (int w = 0; w < kNumWaveforms; ++w)
+        for (int n = 0; n < NoteTables::kCount; ++n)
+            bits.insert(bits.end(), std::begin(NoteTables::Get(w, n)), std::end(NoteTables::Get(w, n)));
+    NoteTables::Release();
+    return bits;
+}
+
+bool SameBits(const NoteTableBits& a, const NoteTableBits& b) {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+}
+
+}  // namespace
+
+TEST_F(WaveTablesCache, NoteTablesLoadFromTheirCacheAndRebuildADamagedOneSilently) {
+    const std::string path = root + "/Vrok_NoteTableCache.dat";
+    EXPECT_EQ(NoteTableCachePath(), path);
+    const NoteTableBits built = AcquireNoteTables();
+    const Bytes good = FileBytes(path);
+    ASSERT_EQ(good.size(), 32 + size_t(kNumWaveforms) * NoteTables::kCount * kN * sizeof(float));
+    struct stat before {};
+    ASSERT_EQ(::stat(path.c_str(), &before), 0);
+    EXPECT_TRUE(SameBits(AcquireNoteTables(), built)) << "loaded";
+    struct stat after {};
+    ASSERT_EQ(::stat(path.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino) << "a valid cache is read, not rewritten";
+
+    std::vector<std::pair<const char*, Bytes>> damages;
+    auto with = [&](const char* name, auto edit) {
+        Bytes bytes = good;
+        edit(bytes);
+        damages.emplace_back(name, std::move(bytes));
+    };
+    with("empty", [](Bytes& b) { b.clear(); });
+    with("cut in the header", [](Bytes& b) { b.resize(20); });
+    with("cut in a table", [](Bytes& b) { b.resize(b.size() / 2); });
+    with("trailing byte", [](Bytes& b) { b.push_back(0); });
+    with("other magic", [](Bytes& b) { b[3] ^= 0x20; });
+    with("other table count", [](Bytes& b) { PutLe32(b, 12, 127); });
+    with("other byte order", [](Bytes& b) { std::swap(b[20], b[23]); std::swap(b[21], b[22]); });
+    with("checksum changed", [](Bytes& b) { b[31] ^= 1; });
+    with("one bit of a table flipped", [](Bytes& b) { b[32 + 3 * 8192 + 77] ^= 4; });
+    with("two words swapped", [](Bytes& b) { std::swap_ranges(b.begin() + 64, b.begin() + 68, b.begin() + 96); });
+    with("random garbage", [](Bytes& b) { std::mt19937 random(5); for (char& c : b) c = char(random()); });
+    for (const auto& [name, bytes] : damages) {
+        SCOPED_TRACE(name);
+        WriteBytes(path, bytes);
+        EXPECT_TRUE(SameBits(AcquireNoteTables(), built));
+        EXPECT_TRUE(FileBytes(path) == good) << "cache not rewritten";
+    }
+
+    // A cache that cannot be written still leaves the tables built.
+    WriteBytes(root + "/plain_file", {'x'});
+    ::setenv("VROK_CACHE_DIR", (root + "/plain_file/cache").c_str(), 1);
+    EXPECT_TRUE(SameBits(AcquireNoteTables(), built));
 }

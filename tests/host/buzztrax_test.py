@@ -36,6 +36,7 @@ class Buzztrax(unittest.TestCase):
             shutil.copy(machine, gear)
         shutil.copy(os.path.join(ARGS.examples, "input_pass.vrkx"), os.path.join(patches, "0 pass.vrkx"))
         shutil.copy(os.path.join(ARGS.examples, "sine_a4.vrkx"), os.path.join(patches, "3 sine.vrkx"))
+        shutil.copy(os.path.join(ARGS.examples, "knob_level.vrkx"), os.path.join(patches, "5 knob.vrkx"))
         cls.env = dict(os.environ)
         cls.env.pop("VROK_CACHE_DIR", None)
         cls.env.update({
@@ -109,6 +110,17 @@ class Buzztrax(unittest.TestCase):
         self.run_tool("gst-launch-1.0", "-q", "bml-VrokSynth", "num-buffers=10", "Patch=3", "Note=a-4", "!",
                       "wavenc", "!", "filesink", f"location={out}")
         self.assert_tone(out, 0.05, 0.5, A4)
+
+    def test_host_knob_drives_the_patch_through_its_external_knob(self):
+        # Knob-1 sets the sine's level: 64 is the knob's centre and silent, 128 full.
+        levels = {}
+        for value in (64, 128):
+            out = os.path.join(self.root, f"knob{value}.wav")
+            self.run_tool("gst-launch-1.0", "-q", "bml-VrokSynth", "num-buffers=10", "Patch=5", "Note=a-4",
+                          f"Knob-1={value}", "!", "wavenc", "!", "filesink", f"location={out}")
+            levels[value] = self.measure(out, 0.05, 0.5)[0][0]
+        self.assertLess(levels[64], 0.001)
+        self.assert_tone(os.path.join(self.root, "knob128.wav"), 0.05, 0.5, A4)
 
     def test_song_plays_its_notes_on_its_patch_and_keeps_the_choice(self):
         song = os.path.join(HERE, "synth_song.xml")

@@ -19,24 +19,13 @@
 #include "document/vrok_doc.h"
 #include "engine/vrok_instance.h"
 #include "machine/machine.h"
+#include "support/allocation_counter.h"
+
 
 namespace {
-std::atomic<bool> counting{false};
-std::atomic<long> allocations{0};
-}  // namespace
 
-void* operator new(std::size_t size) {
-    if (counting.load(std::memory_order_relaxed)) allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-
-namespace {
+using allocation_counter::allocations;
+using allocation_counter::armed;
 
 constexpr int kRate = 44100;
 
@@ -97,10 +86,10 @@ Audio Live(const std::string& patch, const std::vector<Note>& notes, const Audio
             inLeft[size_t(i)] = at < input.size() ? input[at] : 0.0f;
             inRight[size_t(i)] = at < input.size() ? input[at + 1] : 0.0f;
         }
-        counting = true;
+        armed = true;
         player.Process(inLeft.data(), inRight.data(), outLeft.data(), outRight.data(), n, events.data(),
                        numEvents);
-        counting = false;
+        armed = false;
         for (int i = 0; i < n; ++i) out.insert(out.end(), {outLeft[size_t(i)], outRight[size_t(i)]});
     }
     if (allocationsInCallbacks) *allocationsInCallbacks = allocations;
@@ -166,11 +155,11 @@ TEST(LivePlayer, EveryMessageKindAllocatesNothing) {
         }
     std::vector<float> in(1024, 0.25f), left(1024), right(1024);
     allocations = 0;
-    counting = true;
+    armed = true;
     for (int buffer = 0; buffer < 4; ++buffer)
         player.Process(in.data(), in.data(), left.data(), right.data(), 1024, events.data(),
                        int(events.size()));
-    counting = false;
+    armed = false;
     EXPECT_EQ(allocations, 0);
     EXPECT_GT(player.meter.longestCallbackNs.load(), 0) << "the callback's time is measured";
 }

@@ -2,7 +2,10 @@
 // change of the host's rate.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <future>
 #include <vector>
 
 #include "machine/machine_support.h"
@@ -107,6 +110,41 @@ TEST_F(MachineWork, RateChangeRebuildsAndReappliesGlobals) {
     for (const auto& patchBlock : machine.document->patchBlocks)
         EXPECT_EQ(patchBlock->block->sampleRate, 48000.0f);
     EXPECT_EQ(engine.sampleRate, 44100.0f) << "only Init sets the engine's own rate";
+}
+
+TEST_F(MachineWork, AudioTriggerPlaysFromTheInputAndKeepsTheLockOrder) {
+    // The trigger takes the engine lock from inside Work, under the machine lock. Host
+    // calls on other threads take the engine lock alone (MIDI) or the machine lock first
+    // (Tick with a knob byte, which sets an external knob under the engine lock): with one
+    // order for everybody, the audio thread always gets through.
+    VrokDoc& doc = *machine.document;
+    doc.ClearAll();
+    doc.SetParameter(doc.AddBlock(52, -1, 10, 10), 0, 1.0f);  // prescale 1: full scale reads 1
+    doc.AddBlock(13, -1, 60, 10);
+    VrokInstance& engine = Engine(machine);
+    std::vector<float> loud = Buffer(64, 16000.0f), quiet = Buffer(64, 0.0f);
+    std::vector<float> samples;
+    for (int b = 0; b < 100; ++b) machine.Work((samples = loud).data(), 64, kWorkRead);
+    EXPECT_TRUE(engine.noteHeld[60]) << "the input's rise played note 60";
+    for (int b = 0; b < 200; ++b) machine.Work((samples = quiet).data(), 64, kWorkRead);
+    EXPECT_FALSE(engine.noteHeld[60]);
+
+    std::atomic<bool> stop{false};
+    auto audio = std::async(std::launch::async, [&] {
+        std::vector<float> buffer;
+        for (int b = 0; b < 3000; ++b) machine.Work((buffer = b % 60 < 30 ? loud : quiet).data(), 64, kWorkRead);
+    });
+    auto host = std::async(std::launch::async, [&] {
+        for (int i = 0; !stop; ++i) {
+            machine.MidiNote(0, 30 + i % 20, i % 2 ? 0 : 100);
+            machine.globalValues[0] = uint8_t(i % 129);
+            machine.Tick();
+        }
+    });
+    const bool finished = audio.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+    stop = true;
+    ASSERT_TRUE(finished) << "the audio thread is stuck";
+    host.wait();
 }
 
 }  // namespace
