@@ -29,6 +29,7 @@ constexpr GuiRow kBlockGuis[] = {
     {1, Make<FilterGui>},             // Filter
     {2, Make<EnvGui>},                // Envelope
     {5, Make<ScopeGui>},              // Scope
+    {8, Make<KnobBlockGui>},          // Knob
     {9, Make<LargeScopeGui>},         // Large Scope
     {11, Make<SpectrumGui>},          // Spectrum
     {12, Make<VuMeterGui>},           // VU-meter
@@ -36,8 +37,14 @@ constexpr GuiRow kBlockGuis[] = {
     {23, Make<CustomEnvBlockGui>},    // Custom Envelope
     {24, Make<WaveshaperGui>},        // Waveshaper
     {25, Make<OutputGui>},            // Output with panning
+    {33, Make<KeyTrackGui>},          // Keytrack
+    {41, Make<VUTrackerGui>},         // VU Tracker
     {44, Make<ArpGui>},               // Arpeggiator
+    {51, Make<EnvFollowerGui>},       // EnvTrigger (the envelope follower)
+    {52, Make<AudioTriggerGui>},      // Audio Trigger
+    {54, Make<DynFollowerGui>},       // Dyn. Follower
     {55, Make<AdvancedEnvBlockGui>},  // Advanced Envelope
+    {57, Make<EqGui>},                // Eq
     {58, Make<SimpleSamplerGui>},     // Sampler
 };
 

@@ -285,6 +285,13 @@ float CustomEnvBlockGui::ResetPoint(int i) const { return 1.0f - 0.5f * float(i)
 
 CurveArea* CustomEnvBlockGui::CreateArea() { return new CustomEnvEnvelopeArea(this, firstIndex, count); }
 
+KeyTrackGui::KeyTrackGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : CurveBlockGui(canvasWindow, record, 0, 128, {kReset, kSmooth, kInvert, kFlip}, 150) {}
+
+float KeyTrackGui::ResetPoint(int i) const { return float(i) / float(count - 1); }
+
+CurveArea* KeyTrackGui::CreateArea() { return new KeyTrackEnvelopeArea(this, firstIndex, count); }
+
 // [SECTION] advanced envelope
 
 namespace {

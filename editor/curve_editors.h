@@ -111,6 +111,22 @@ protected:
     CurveArea* CreateArea() override;
 };
 
+class KeyTrackEnvelopeArea : public CurveArea {
+public:
+    using CurveArea::CurveArea;
+};
+
+// One value per key, 128 points in parameters 0..127; "reset" is the rising line from -1 at the
+// lowest key to 1 at the highest.
+class KeyTrackGui : public CurveBlockGui {
+public:
+    KeyTrackGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+
+protected:
+    float ResetPoint(int i) const override;
+    CurveArea* CreateArea() override;
+};
+
 class AdvancedEnvBlockGui;
 
 // The advanced envelope's stages side by side, each in its own quarter drawn as the unit square

@@ -9,7 +9,9 @@
 
 #include "blocks/analysers.h"
 #include "blocks/envelopes.h"
+#include "blocks/eq_formant.h"
 #include "blocks/filters.h"
+#include "blocks/followers.h"
 #include "document/patch_records.h"
 #include "document/vrok_doc.h"
 #include "editor/vrok_doc_window.h"
@@ -98,8 +100,7 @@ void DisplayBlockGui::BuildWidgets() {
 }
 
 void DisplayBlockGui::OnTimer(int) {
-    VrokBlockWindow::OnTimer(1);
-    if (ticking && area) area->Invalidate(nullptr);
+    if (ticking && area && PictureChanged()) area->Invalidate(nullptr);
 }
 
 void DisplayBlockGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
@@ -480,6 +481,76 @@ void SpectrumAnalyserGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w
         renderer.DrawLine(G::Pen{0x60FFFFFF, 1.0f}, float(x + 1), lineY,
                           float(x + 1 + std::min(kSize, w - 2)), lineY);
     }
+    renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
+                        G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
+}
+
+// [SECTION] EQ
+
+EqGui::EqGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 48, true) {}
+
+bool EqGui::PictureChanged() {
+    auto* eq = dynamic_cast<CEqBlock*>(patchBlock->block);
+    return eq && eq->displayChanged.load(std::memory_order_relaxed);
+}
+
+void EqGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    auto* eq = dynamic_cast<CEqBlock*>(patchBlock->block);
+    if (!eq || w < 3 || h < 3) return;
+    eq->displayChanged.store(false, std::memory_order_relaxed);
+    const float middle = float(y) + float(h) / 2.0f;
+    const float perDb = (float(h) / 2.0f - 1.0f) / kRangeDb;
+    renderer.DrawLine(G::Pen{0x40000000, 1.0f}, float(x + 1), middle + 0.5f, float(x + w - 1), middle + 0.5f);
+    G::FloatPoint points[FilterGui::kColumns + 1];
+    for (int c = 0; c <= FilterGui::kColumns; ++c) {
+        double gain = 1.0;
+        for (const EqBand& band : eq->bands)
+            gain *= FilterGui::Magnitude(band.c, FilterGui::ColumnHz(c), eq->sampleRate);
+        const float db = gain > 0.0 ? float(20.0 * std::log10(gain)) : -kRangeDb;
+        points[c] = G::FloatPoint{float(x) + 1.0f + float(c) * float(w - 2) / float(FilterGui::kColumns),
+                                  middle + 0.5f - std::clamp(db, -kRangeDb, kRangeDb) * perDb};
+    }
+    renderer.DrawPolyline(G::Pen{0xFF000000, 1.0f}, points, FilterGui::kColumns + 1);
+}
+
+// [SECTION] VU tracker
+
+VUTrackerGui::VUTrackerGui(VrokDocWindow* canvasWindow, PatchBlock* record)
+    : DisplayBlockGui(canvasWindow, record, 48, true) {}
+
+float VUTrackerGui::NeedleAngle(float level) {
+    return std::clamp(level, 0.0f, 1.0f) * 0.3926875f - 0.19634375f;
+}
+
+void VUTrackerGui::DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) {
+    auto* tracker = dynamic_cast<CVUTrackerBlock*>(patchBlock->block);
+    if (!tracker) return DisplayBlockGui::DrawDisplay(renderer, x, y, w, h);
+    renderer.FillRect(ScopeFace(float(h)), G::FloatRect{float(x), float(y), float(w), float(h)});
+    const float cx = float(x) + float(w) / 2.0f;
+    const float cy = float(y + h) - 2.0f;
+    const float radius = std::min(float(w) / 2.0f, float(h)) - 3.0f;
+    renderer.StrokeArc(G::Pen{0xFF406040, 1.0f}, cx - radius, cy - radius, 2 * radius, 2 * radius, 180.0f,
+                       180.0f);
+    auto needle = [&](float angle, G::Color color) {
+        renderer.DrawLine(G::Pen{color, 1.0f}, cx, cy, cx + radius * std::sin(angle),
+                          cy - radius * std::cos(angle));
+    };
+    float mixPower = 0.0f;
+    const int voices = std::min(tracker->engine->numVoices, kMaxVoices);
+    for (int v = 0; v < voices; ++v) {
+        if (!tracker->active[v]) continue;
+        const float power = std::max(0.0f, tracker->power[v]);
+        mixPower += power;
+        const float angle = NeedleAngle(std::sqrt(power));
+        const G::Color hue = G::HueColor(float(v) * 360.0f / float(kMaxVoices));
+        // Degrees for the wedge, measured from the vertical.
+        renderer.FillPie(G::Brush::Solid(WithAlpha(hue, 0x50)), cx - radius, cy - radius, 2 * radius,
+                         2 * radius, -90.0f, angle * 57.29747f);
+        needle(angle, hue);
+    }
+    needle(NeedleAngle(std::sqrt(mixPower)), 0xFF00FF00);
     renderer.StrokeRect(G::Pen{G::theme::Palette(28), 1.0f},
                         G::FloatRect{x + 0.5f, y + 0.5f, w - 1.0f, h - 1.0f});
 }

@@ -46,6 +46,8 @@ public:
     virtual void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h);
     // A press on the picture, clamped to it.
     virtual void OnDisplayClick(int x, int y, int w, int h, int clickX, int clickY) {}
+    // Whether the tick should redraw the picture; pictures of live data always change.
+    virtual bool PictureChanged() { return true; }
     void OnTimer(int id) override;
 
     DisplayBlockDisplayArea* area = nullptr;
@@ -176,6 +178,50 @@ public:
 private:
     std::vector<float> capture;
     std::array<float, kSize> levelsDb{};
+};
+
+// The EQ's response: the three bands' sections multiplied, on the filter display's log axis,
+// in decibels (+-18 dB over the height, 0 dB in the middle).
+class EqGui : public DisplayBlockGui {
+public:
+    static constexpr float kRangeDb = 18.0f;
+
+    EqGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+    // Only after a band's settings changed (the block's flag).
+    bool PictureChanged() override;
+};
+
+// A needle meter over a half circle: a needle and a wedge per sounding voice in its hue, and
+// a green needle for the mix. The needle swings v x 0.3926875 - 0.19634375 radians about the
+// vertical for a level v in 0..1.
+class VUTrackerGui : public DisplayBlockGui {
+public:
+    VUTrackerGui(VrokDocWindow* canvas, PatchBlock* patchBlock);
+    void DrawDisplay(G::Renderer& renderer, int x, int y, int w, int h) override;
+    // The needle's angle from vertical, in radians, for a level.
+    static float NeedleAngle(float level);
+};
+
+// The level of a follower or trigger on the output's bar.
+class FollowerLevelGui : public OutputGui {
+public:
+    using OutputGui::OutputGui;
+};
+
+class EnvFollowerGui : public FollowerLevelGui {
+public:
+    using FollowerLevelGui::FollowerLevelGui;
+};
+
+class DynFollowerGui : public FollowerLevelGui {
+public:
+    using FollowerLevelGui::FollowerLevelGui;
+};
+
+class AudioTriggerGui : public FollowerLevelGui {
+public:
+    using FollowerLevelGui::FollowerLevelGui;
 };
 
 }  // namespace editor

@@ -9,6 +9,7 @@
 #include "editor/vrok_doc_window.h"
 #include "fx/arpeggiator.h"
 #include "g/button.h"
+#include "g/parameter_knob.h"
 #include "g/renderer.h"
 #include "g/root_control.h"
 
@@ -169,6 +170,28 @@ void ArpGui::ToggleStep(int step) {
     canvas->doc.ActionEnd(nullptr);
     RefreshAllValues();
     ticker->Invalidate(nullptr);
+}
+
+// [SECTION] knob
+
+void KnobBlockGui::BuildWidgets() {
+    CAudioBlock* block = patchBlock->block;
+    if (!block || block->numParameters < 1) return VrokBlockWindow::BuildWidgets();
+    constexpr int kKnobSize = 56;
+    widgets.assign(block->numParameters, nullptr);
+    shownValues.assign(block->numParameters, 0.0f);
+    const float value = std::clamp(block->values[0], 0.0f, 1.0f);
+    auto* knob = new G::ParameterKnob(this, this, 0, value, G::ParameterKnob::kModeBipolar,
+                                      G::ParameterKnob::kStyleLarge);
+    knob->name = L"knob";
+    knob->colorIndex = strongColorIndex;
+    knob->background = this;
+    AddChild(knob);
+    knob->SetBounds((kBlockWindowWidth - kKnobSize) / 2, kRowHeight + 2, kKnobSize, kKnobSize);
+    widgets[0] = knob;
+    shownValues[0] = value;
+    panelHeight = kRowHeight + kKnobSize + 6;
+    SetSize(kBlockWindowWidth, panelHeight);
 }
 
 }  // namespace editor

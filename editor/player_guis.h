@@ -1,6 +1,7 @@
 // Block windows of the players: the sampler with its "load sample" button and the name of
-// what it plays, and the arpeggiator with a ticker of its pattern steps that follows the step
-// being played and switches a step on or off with a click. GUI thread.
+// what it plays, the arpeggiator with a ticker of its pattern steps that follows the step
+// being played and switches a step on or off with a click, and the knob block's large knob.
+// GUI thread.
 #pragma once
 
 #include <string>
@@ -65,6 +66,15 @@ public:
     int CurrentStep() const;
 
     ArpTickerDisplay* ticker = nullptr;
+
+protected:
+    void BuildWidgets() override;
+};
+
+// A knob block: its one value on a large knob, named "knob".
+class KnobBlockGui : public VrokBlockWindow {
+public:
+    using VrokBlockWindow::VrokBlockWindow;
 
 protected:
     void BuildWidgets() override;

@@ -12,7 +12,9 @@
 
 #include "blocks/analysers.h"
 #include "blocks/envelopes.h"
+#include "blocks/eq_formant.h"
 #include "blocks/filters.h"
+#include "blocks/followers.h"
 #include "blocks/outputs.h"
 #include "blocks/sampler.h"
 #include "blocks/shapers.h"
@@ -22,6 +24,7 @@
 #include "editor_fixture.h"
 #include "fx/arpeggiator.h"
 #include "g/keys.h"
+#include "g/parameter_knob.h"
 #include "g/widget_probes.h"
 #include "sound_files.h"
 
@@ -565,6 +568,142 @@ TEST(DisplayGuis, ScopeSyncStartsTheTraceAtAnUpwardCrossing) {
     const G::Rect area = AreaOnCanvas(gui, gui->area);
     e.Click(area.x + 20, area.y + 20);
     EXPECT_EQ(UndoSteps(e.doc), steps);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(CurveEditors, KeyTrackDrawsOneValuePerKeyAndResetsToTheRisingLine) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Control/Keytrack", 60, 60);
+    auto* gui = dynamic_cast<editor::KeyTrackGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    const G::Rect area = AreaOnCanvas(gui, gui->area);
+    const size_t steps = UndoSteps(e.doc);
+    // A flat stroke at the top over keys 20..60: those keys send 1.
+    e.Drag(area.x + 20, area.y, area.x + 60, area.y);
+    for (int key : {20, 40, 60}) EXPECT_FLOAT_EQ(b->block->values[key], 1.0f) << key;
+    EXPECT_NEAR(b->block->values[10], 10.0f / 127.0f, 1e-6f);
+    EXPECT_EQ(UndoSteps(e.doc), steps + 1);
+    gui->OnCommand(editor::CurveBlockGui::kFirstButtonId + editor::CurveBlockGui::kReset);
+    for (int key : {0, 40, 127}) EXPECT_NEAR(b->block->values[key], float(key) / 127.0f, 1e-6f) << key;
+    EXPECT_EQ(UndoSteps(e.doc), steps + 2);
+}
+
+TEST(PlayerGuis, KnobBlockShowsOneLargeKnobThatTurnsItsValue) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Control/Knob", 60, 60);
+    auto* gui = dynamic_cast<editor::KnobBlockGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* knob = dynamic_cast<G::ParameterKnob*>(gui->widgets[0]);
+    ASSERT_NE(knob, nullptr);
+    EXPECT_EQ(knob->name, L"knob");
+    EXPECT_GE(knob->bounds.w, 40);
+    const float before = b->block->values[0];
+    const size_t steps = UndoSteps(e.doc);
+    const int x = gui->bounds.x + knob->bounds.x + knob->bounds.w / 2;
+    const int y = gui->bounds.y + knob->bounds.y + knob->bounds.h / 2;
+    e.Drag(x, y, x, y - 20);
+    EXPECT_GT(b->block->values[0], before + 0.1f);
+    EXPECT_EQ(UndoSteps(e.doc), steps + 1);
+}
+
+}  // namespace
+
+namespace {
+
+// The EQ's curve: flat on the 0 dB line with every band off (all-passes keep the level); a
+// +12.5 dB peak on band 1 lifts the curve at that band's frequency by its gain and leaves the
+// far ends on the line.
+TEST(DisplayGuis, EqCurveIsFlatWhenOffAndRisesByThePeakGain) {
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Modify/3 band eq", 60, 60);
+    auto* gui = dynamic_cast<editor::EqGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* eq = static_cast<CEqBlock*>(b->block);
+    const int w = gui->area->bounds.w;
+    const int h = gui->area->bounds.h;
+    auto curveY = [&](int column) {
+        for (int y = 1; y < h - 1; ++y)
+            if ((PixelOf(*gui->area, column, y) & 0xFFFFFF) < 0x808080) return y;
+        return -1;
+    };
+    const float perDb = (float(h) / 2.0f - 1.0f) / editor::EqGui::kRangeDb;
+    const int middle = h / 2;
+    e.Paint();
+    for (int x : {3, w / 2, w - 4}) EXPECT_NEAR(curveY(x), middle, 1) << x;
+    // Band 1 (parameters 4..7) as a peak of (0.75 - 0.5) * 50 dB.
+    for (float v = 0.0f; v <= 1.0f && eq->bands[1].type != EqBand::kPeak; v += 0.05f)
+        gui->ValueChanged(nullptr, 4, v);
+    ASSERT_EQ(eq->bands[1].type, EqBand::kPeak);
+    gui->ValueChanged(nullptr, 7, 0.75f);
+    gui->ValueChanged(nullptr, 6, 0.2f);  // two octaves wide
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+    const double column = 64.0 * std::log(double(eq->bands[1].frequency) / 22.0) / std::log(22528.0 / 22.0);
+    const int x = int(std::lround(1.0 + column * double(w - 2) / 64.0));
+    EXPECT_NEAR(curveY(x), middle - 12.5f * perDb, 2.0);
+    EXPECT_NEAR(curveY(3), middle, 1);
+    EXPECT_NEAR(curveY(w - 4), middle, 1);
+}
+
+// The three follower and trigger panels show their block's level on the output's bar.
+TEST(DisplayGuis, FollowerPanelsShowTheirLevel) {
+    struct Case {
+        int type;
+        void (*setLevel)(CAudioBlock*, float);
+    };
+    const Case cases[] = {
+        {51, [](CAudioBlock* b, float v) { static_cast<CEnvelopeFollower*>(b)->lastLevel[0] = v; }},
+        {54, [](CAudioBlock* b, float v) { static_cast<CDynamicsFollower*>(b)->lastLevel[0] = v; }},
+        {52, [](CAudioBlock* b, float v) { static_cast<CGlobalEnvTriggerBlock*>(b)->lastLevel.store(v); }},
+    };
+    for (const Case& c : cases) {
+        Editor e;
+        PatchBlock* b = e.doc.AddBlock(c.type, -1, 60, 60);
+        ASSERT_NE(b, nullptr) << c.type;
+        auto* gui = dynamic_cast<editor::FollowerLevelGui*>(e.WindowOf(b));
+        ASSERT_NE(gui, nullptr) << c.type;
+        c.setLevel(b->block, 0.5f);
+        e.native->Send(NativeEventKind::Timer, 1, 0);
+        e.Paint();
+        const int w = gui->area->bounds.w;
+        const int y = gui->area->bounds.h / 2;
+        EXPECT_GT(Green(PixelOf(*gui->area, w / 2 - 4, y)), 0xA0u) << c.type;
+        EXPECT_LT(Green(PixelOf(*gui->area, w / 2 + 4, y)), 0x60u) << c.type;
+    }
+}
+
+// The VU tracker's needle: straight up at half level, its end to the right of centre when
+// loud, to the left when quiet.
+TEST(DisplayGuis, VuTrackerNeedleSwingsWithTheLevel) {
+    EXPECT_FLOAT_EQ(editor::VUTrackerGui::NeedleAngle(0.5f), 0.0f);
+    EXPECT_FLOAT_EQ(editor::VUTrackerGui::NeedleAngle(2.0f), 0.19634375f);
+    EXPECT_FLOAT_EQ(editor::VUTrackerGui::NeedleAngle(-1.0f), -0.19634375f);
+    Editor e;
+    PatchBlock* b = e.AddFromMenu("Modify/VU Tracker", 60, 60);
+    auto* gui = dynamic_cast<editor::VUTrackerGui*>(e.WindowOf(b));
+    ASSERT_NE(gui, nullptr);
+    auto* tracker = static_cast<CVUTrackerBlock*>(b->block);
+    const int w = gui->area->bounds.w;
+    const int h = gui->area->bounds.h;
+    // Green needle pixels near the top, left and right of the centre column.
+    auto greenTop = [&](bool right) {
+        int n = 0;
+        for (int y = 2; y < h / 3; ++y)
+            for (int x = right ? w / 2 + 2 : 2; x < (right ? w - 2 : w / 2 - 2); ++x)
+                n += PixelOf(*gui->area, x, y) == 0x00FF00u || Green(PixelOf(*gui->area, x, y)) > 0xC0;
+        return n;
+    };
+    for (float level : {1.0f, 0.05f}) {
+        tracker->power[0] = level * level;
+        tracker->active[0] = 1;
+        e.native->Send(NativeEventKind::Timer, 1, 0);
+        e.Paint();
+        EXPECT_GT(greenTop(level > 0.5f), 0) << level;
+        EXPECT_EQ(greenTop(level < 0.5f), 0) << level;
+    }
 }
 
 }  // namespace
