@@ -2,12 +2,8 @@
 // adds an oscillator and an output from the right-click menu, wires them by dragging, sets the
 // oscillator's level, saves through the menu and the file dialog, then checks that the saved
 // patch loads with that wire and level and that it renders a note whose loudness follows it.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sndfile.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -20,68 +16,19 @@
 #include <thread>
 #include <vector>
 
+#include "child_process.h"
 #include "document/vrok_doc.h"
 #include "editor/editor_menus.h"
 #include "engine/vrok_instance.h"
 #include "g/menu.h"
 #include "g/theme.h"
 
-extern char** environ;
-
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-std::string ReadAll(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-// A child process with standard output going to a file.
-class Child {
-public:
-    Child(std::vector<std::string> args, const fs::path& output) : out(output) {
-        std::vector<char*> argv;
-        for (auto& a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        started = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0;
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Child() {
-        if (started && status < 0) kill(pid, SIGKILL), Wait(1s);
-    }
-    bool WaitForLine(const std::string& line, std::chrono::milliseconds timeout) {
-        for (auto end = std::chrono::steady_clock::now() + timeout; std::chrono::steady_clock::now() < end;) {
-            if (("\n" + ReadAll(out)).find("\n" + line + "\n") != std::string::npos) return true;
-            std::this_thread::sleep_for(20ms);
-        }
-        return false;
-    }
-    int Wait(std::chrono::milliseconds timeout) {
-        for (auto end = std::chrono::steady_clock::now() + timeout; started && status < 0;) {
-            int raw = 0;
-            if (waitpid(pid, &raw, WNOHANG) == pid) {
-                status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128;
-                break;
-            }
-            if (std::chrono::steady_clock::now() >= end) return -1;
-            std::this_thread::sleep_for(20ms);
-        }
-        return status;
-    }
-
-private:
-    fs::path out;
-    pid_t pid = -1;
-    bool started = false;
-    int status = -1;
-};
+using e2e::ReadAll;
 
 void Xdotool(const std::string& args) { ASSERT_EQ(std::system(("xdotool " + args).c_str()), 0) << args; }
 
@@ -140,7 +87,7 @@ TEST(EditorEndToEnd, BuildWireTurnSaveThenTheFileRendersAtThatLevel) {
     }
 
     // The screenshot (and the exit) comes late enough for the gestures on a busy machine.
-    Child vrok({VROK_BINARY, "edit", (dir / "empty.vrkx").string(), "--screenshot",
+    e2e::ChildProcess vrok({VROK_BINARY, "edit", (dir / "empty.vrkx").string(), "--screenshot",
                 (dir / "edited.png").string(), "--after", "15000"},
                dir / "out.txt");
     ASSERT_TRUE(vrok.WaitForLine("ready", 30s)) << ReadAll(dir / "out.txt");

@@ -1,11 +1,7 @@
 // End to end under an X server (run through xvfb-run): starts `vrok gallery`, drags a knob
 // and clicks a switch with xdotool, then checks the printed listener calls and what the
 // window's own screenshot shows against an untouched run.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,75 +17,22 @@
 #include <thread>
 #include <vector>
 
+#include "child_process.h"
 #include "g/theme.h"
-
-extern char** environ;
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-std::string ReadAll(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+using e2e::ReadAll;
 
 // `vrok gallery` with standard output going to a file.
-class Gallery {
-public:
-    Gallery(const fs::path& screenshot, int afterMs, const fs::path& output) : out(output) {
-        std::vector<std::string> args = {VROK_BINARY,         "gallery", "--screenshot",
-                                         screenshot.string(), "--after", std::to_string(afterMs)};
-        std::vector<char*> argv;
-        for (auto& a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        started = posix_spawn(&pid, VROK_BINARY, &actions, nullptr, argv.data(), environ) == 0;
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Gallery() {
-        if (running()) kill(pid, SIGKILL), Wait(1s);
-    }
-    bool running() const { return started && status < 0; }
-
-    bool WaitForLine(const std::string& line, std::chrono::milliseconds timeout) {
-        for (auto end = std::chrono::steady_clock::now() + timeout; std::chrono::steady_clock::now() < end;) {
-            if (("\n" + ReadAll(out)).find("\n" + line + "\n") != std::string::npos) return true;
-            std::this_thread::sleep_for(20ms);
-        }
-        return false;
-    }
-    // Exit status, or -1 when it did not end in time.
-    int Wait(std::chrono::milliseconds timeout) {
-        for (auto end = std::chrono::steady_clock::now() + timeout; started && status < 0;) {
-            int raw = 0;
-            if (waitpid(pid, &raw, WNOHANG) == pid) {
-                status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128;
-                break;
-            }
-            if (std::chrono::steady_clock::now() >= end) return -1;
-            std::this_thread::sleep_for(20ms);
-        }
-        return status;
-    }
-    std::vector<std::string> Lines() const {
-        std::vector<std::string> lines;
-        std::istringstream in(ReadAll(out));
-        for (std::string l; std::getline(in, l);) lines.push_back(l);
-        return lines;
-    }
-
-private:
-    fs::path out;
-    pid_t pid = -1;
-    bool started = false;
-    int status = -1;
-};
+e2e::ChildProcess Gallery(const fs::path& screenshot, int afterMs, const fs::path& output) {
+    return e2e::ChildProcess({VROK_BINARY, "gallery", "--screenshot", screenshot.string(), "--after",
+                              std::to_string(afterMs)},
+                             output);
+}
 
 std::unique_ptr<G::Bitmap> LoadPng(const fs::path& p) {
     std::string bytes = ReadAll(p);
@@ -114,10 +57,10 @@ TEST(GalleryEndToEnd, KnobDragAndSwitchClickReachTheListenerAndTheScreen) {
     fs::path dir = fs::path(::testing::TempDir()) / "gallery_e2e";
     fs::create_directories(dir);
 
-    Gallery untouched(dir / "untouched.png", 500, dir / "untouched.txt");
+    e2e::ChildProcess untouched = Gallery(dir / "untouched.png", 500, dir / "untouched.txt");
     ASSERT_EQ(untouched.Wait(30s), 0);
 
-    Gallery gallery(dir / "touched.png", 2500, dir / "touched.txt");
+    e2e::ChildProcess gallery = Gallery(dir / "touched.png", 2500, dir / "touched.txt");
     ASSERT_TRUE(gallery.WaitForLine("ready", 20s));
     // Without a window manager the window stands at the screen's origin.
     Xdotool(
