@@ -37,6 +37,7 @@ class Buzztrax(unittest.TestCase):
         shutil.copy(os.path.join(ARGS.examples, "input_pass.vrkx"), os.path.join(patches, "0 pass.vrkx"))
         shutil.copy(os.path.join(ARGS.examples, "sine_a4.vrkx"), os.path.join(patches, "3 sine.vrkx"))
         shutil.copy(os.path.join(ARGS.examples, "knob_level.vrkx"), os.path.join(patches, "5 knob.vrkx"))
+        shutil.copy(os.path.join(ARGS.examples, "subtractive.vrkx"), os.path.join(patches, "6 subtractive.vrkx"))
         cls.env = dict(os.environ)
         cls.env.pop("VROK_CACHE_DIR", None)
         cls.env.update({
@@ -121,6 +122,16 @@ class Buzztrax(unittest.TestCase):
             levels[value] = self.measure(out, 0.05, 0.5)[0][0]
         self.assertLess(levels[64], 0.001)
         self.assert_tone(os.path.join(self.root, "knob128.wav"), 0.05, 0.5, A4)
+
+    def test_a_released_note_ends_in_silence(self):
+        # a-4 on the enveloped subtractive patch from tick 0, "off" at tick 4 (0.5 s): it
+        # sounds, and once its release has run the voice is over and the output silent.
+        out = os.path.join(self.root, "release.wav")
+        self.run_tool("buzztrax-cmd", "-c", "encode", "-i", os.path.join(HERE, "release_song.xml"), "-o", out)
+        for level, _ in self.measure(out, 0.1, 0.45):
+            self.assertGreater(level, 0.01)
+        for level, _ in self.measure(out, 1.5, 1.9):
+            self.assertLess(level, 1e-4)
 
     def test_song_plays_its_notes_on_its_patch_and_keeps_the_choice(self):
         song = os.path.join(HERE, "synth_song.xml")
