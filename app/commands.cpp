@@ -13,7 +13,7 @@
 #include "app/audio_file.h"
 #include "app/input_file.h"
 #include "app/midi_file.h"
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "app/patch_info.h"
 #include "app/patch_load.h"
 #include "app/progress.h"
@@ -74,7 +74,7 @@ void CheckOutputPlace(const std::string& path) {
 double LastEventSeconds(const RenderPlan& plan) {
     double last = 0.0;
     for (const MidiNoteEvent& event : plan.midiNotes) last = std::max(last, event.seconds);
-    for (const NoteSpec& note : plan.trackNotes) last = std::max({last, note.start, note.end.value_or(0.0)});
+    for (const NoteArgument& note : plan.trackNotes) last = std::max({last, note.start, note.end.value_or(0.0)});
     return last;
 }
 
@@ -95,23 +95,23 @@ RenderPlan MakePlan(const RenderOptions& options) {
         plan.seconds = seconds;
     }
     for (const std::string& text : options.play) {
-        const NoteSpec parsed = ParseNoteSpec("--play", text);
+        const NoteArgument parsed = ParseNoteArgument("--play", text);
         const int velocity = parsed.velocity.value_or(127);
         if (velocity < 1 || velocity > 127) throw UsageError("--play '" + text + "': velocity must be 1..127");
         plan.midiNotes.push_back({parsed.start, 0, parsed.note, velocity});
         if (parsed.end) plan.midiNotes.push_back({*parsed.end, 0, parsed.note, 0});
     }
-    for (const std::string& text : options.track) plan.trackNotes.push_back(ParseNoteSpec("--track", text));
+    for (const std::string& text : options.track) plan.trackNotes.push_back(ParseNoteArgument("--track", text));
     for (const std::string& text : options.controls) {
-        const ControlSpec spec = ParseControlSpec(text);
-        plan.midiNotes.push_back({spec.seconds, 0, spec.controller, spec.value, MidiEventKind::Control});
+        const ControlArgument control = ParseControlArgument(text);
+        plan.midiNotes.push_back({control.seconds, 0, control.controller, control.value, MidiEventKind::Control});
     }
     for (const std::string& text : options.pressures) {
-        const ControlSpec spec = ParsePressureSpec(text);
-        plan.midiNotes.push_back({spec.seconds, 0, 0, spec.value, MidiEventKind::Pressure});
+        const ControlArgument control = ParsePressureArgument(text);
+        plan.midiNotes.push_back({control.seconds, 0, 0, control.value, MidiEventKind::Pressure});
     }
     for (const std::string& text : options.knobs) {
-        const auto [knob, value] = ParseKnobSpec(text);
+        const auto [knob, value] = ParseKnobArgument(text);
         plan.knobs[size_t(knob)] = value;
     }
     if (!plan.seconds && LastEventSeconds(plan) > kMaxRenderSeconds)

@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 
 namespace app {
 

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 
 namespace app {
 namespace {

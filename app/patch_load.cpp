@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "document/vrok_doc.h"
 #include "machine/machine.h"
 

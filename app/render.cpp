@@ -43,13 +43,13 @@ Schedule BuildSchedule(const RenderPlan& plan, int sampleRate, double samplesPer
         return a.frame != b.frame ? a.frame < b.frame : (isRelease(a.event) && !isRelease(b.event));
     });
 
-    std::vector<const NoteSpec*> notes;
-    for (const NoteSpec& note : plan.trackNotes) notes.push_back(&note);
-    std::stable_sort(notes.begin(), notes.end(), [](const NoteSpec* a, const NoteSpec* b) { return a->start < b->start; });
+    std::vector<const NoteArgument*> notes;
+    for (const NoteArgument& note : plan.trackNotes) notes.push_back(&note);
+    std::stable_sort(notes.begin(), notes.end(), [](const NoteArgument* a, const NoteArgument* b) { return a->start < b->start; });
     long busyUntil[machine::kMaxTracks];
     std::fill(std::begin(busyUntil), std::end(busyUntil), LONG_MIN);
     const double ticksPerSecond = double(sampleRate) / samplesPerTick;
-    for (const NoteSpec* note : notes) {
+    for (const NoteArgument* note : notes) {
         const std::optional<int> noteByte = EncodeTrackerNote(note->note);
         if (!noteByte)
             throw UsageError("--track: MIDI note " + std::to_string(note->note) +

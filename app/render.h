@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "app/midi_file.h"
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "machine/host.h"
 
 class mi;
@@ -41,7 +41,7 @@ public:
 struct RenderPlan {
     std::optional<double> seconds;        // none: to the last event, then until silent
     std::vector<MidiNoteEvent> midiNotes;  // through MidiNote
-    std::vector<NoteSpec> trackNotes;     // through Tick; velocity is the raw byte 0..128
+    std::vector<NoteArgument> trackNotes;     // through Tick; velocity is the raw byte 0..128
     std::array<int, 8> knobs{-1, -1, -1, -1, -1, -1, -1, -1};  // raw 0..128, -1 untouched
     std::vector<float> input;             // interleaved stereo in -1..1 at the render's rate
 };

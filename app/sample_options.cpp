@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "blocks/sampler.h"
 #include "document/vrok_doc.h"
 

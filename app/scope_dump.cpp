@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "blocks/analysers.h"
 #include "document/block_types.h"
 #include "document/vrok_doc.h"

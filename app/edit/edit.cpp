@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "app/live/backend.h"
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "document/vrok_doc.h"
 #include "editor/top_bar.h"
 #include "editor/vrok_container_window.h"

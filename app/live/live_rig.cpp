@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "app/live/backend.h"
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "document/vrok_doc.h"
 #include "engine/vrok_instance.h"
 #include "machine/machine.h"

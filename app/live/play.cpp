@@ -9,7 +9,7 @@
 
 #include "app/commands.h"
 #include "app/live/backend.h"
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "app/patch_load.h"
 
 namespace live {

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "app/midi_file.h"
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 
 using namespace app;
 

@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "app/patch_info.h"
 #include "app/patch_load.h"
 #include "app/render.h"

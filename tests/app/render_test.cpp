@@ -88,7 +88,7 @@ TEST(AppSchedule, RefusesSeventeenHeldTrackNotesAndNotesOutsideThePattern) {
     EXPECT_NO_THROW(BuildSchedule(plan, kRate, 5250.0));
     plan.trackNotes.push_back({40, {}, 3.0, {}});
     EXPECT_THROW(BuildSchedule(plan, kRate, 5250.0), UsageError);
-    for (NoteSpec note : {NoteSpec{4, {}, 0.0, {}}, NoteSpec{60, 129, 0.0, {}}}) {
+    for (NoteArgument note : {NoteArgument{4, {}, 0.0, {}}, NoteArgument{60, 129, 0.0, {}}}) {
         plan.trackNotes = {note};
         EXPECT_THROW(BuildSchedule(plan, kRate, 5250.0), UsageError) << note.note;
     }

@@ -29,7 +29,7 @@ std::optional<int> ParseNoteName(const std::string& text);
 // anything else.
 std::optional<double> ParseSeconds(const std::string& text);
 
-struct NoteSpec {
+struct NoteArgument {
     int note = 0;                // MIDI number
     std::optional<int> velocity;  // as written, not yet checked against a range
     double start = 0.0;          // seconds
@@ -37,20 +37,20 @@ struct NoteSpec {
 };
 
 // "NOTE[:VELOCITY]@START[-END]". Throws UsageError naming `option` and the text.
-NoteSpec ParseNoteSpec(const std::string& option, const std::string& text);
+NoteArgument ParseNoteArgument(const std::string& option, const std::string& text);
 
 // "N=VALUE" with N 1..8 and VALUE 0..128; returns {N - 1, VALUE}. Throws UsageError.
-std::pair<int, int> ParseKnobSpec(const std::string& text);
+std::pair<int, int> ParseKnobArgument(const std::string& text);
 
 // "NUMBER=VALUE@TIME" of --cc: controller 0..127 set to 0..127 at TIME seconds.
 // "VALUE@TIME" of --aftertouch (`controller` is then -1). Throws UsageError naming the option.
-struct ControlSpec {
+struct ControlArgument {
     int controller = -1;
     int value = 0;
     double seconds = 0.0;
 };
-ControlSpec ParseControlSpec(const std::string& text);
-ControlSpec ParsePressureSpec(const std::string& text);
+ControlArgument ParseControlArgument(const std::string& text);
+ControlArgument ParsePressureArgument(const std::string& text);
 
 // The pattern note byte (octave << 4 | semitone + 1) that the machine turns into the same
 // engine note as MIDI note `midi` played through its MIDI path, i.e. midi + 1. Only MIDI

@@ -1,7 +1,7 @@
 // Note names, note and knob arguments, and the pattern note byte of `vrok render`.
 #include <gtest/gtest.h>
 
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 #include "machine/machine.h"
 
 using namespace app;
@@ -16,18 +16,18 @@ TEST(AppNoteNames, NamesAndNumbers) {
         EXPECT_EQ(ParseNoteName(bad), std::nullopt) << bad;
 }
 
-TEST(AppNoteSpec, FormsAndErrors) {
-    const NoteSpec full = ParseNoteSpec("--play", "Bb2:90@1.25-2.5");
+TEST(AppNoteArgument, FormsAndErrors) {
+    const NoteArgument full = ParseNoteArgument("--play", "Bb2:90@1.25-2.5");
     EXPECT_TRUE(full.note == 46 && full.velocity == 90 && full.start == 1.25 && full.end == 2.5);
-    const NoteSpec open = ParseNoteSpec("--play", "C-1@0");
+    const NoteArgument open = ParseNoteArgument("--play", "C-1@0");
     EXPECT_TRUE(open.note == 0 && !open.velocity && open.start == 0.0 && !open.end) << "negative octave, open end";
     // Errors name the option and the text.
-    EXPECT_EQ(ParseNoteSpec("--play", "A4@.5-2.").end, 2.0);
+    EXPECT_EQ(ParseNoteArgument("--play", "A4@.5-2.").end, 2.0);
     // Times are plain decimals: no exponent to split at its minus, no hex, no sign, no inf.
     for (const char* text : {"A4", "A4@", "H4@0", "A4@x", "A4@1-0.5", "A4@1-1", "A4:@0", "A4:loud@0", "A4@0@1", "A4@-1",
                              "A4@1e-3", "A4@0x10", "A4@+1", "A4@inf", "A4@1..2", "A4@.", "A4@ 1", "A4@1-2-3"}) {
         try {
-            ParseNoteSpec("--track", text);
+            ParseNoteArgument("--track", text);
             ADD_FAILURE() << text << " was accepted";
         } catch (const UsageError& e) {
             const std::string what = e.what();
@@ -36,21 +36,21 @@ TEST(AppNoteSpec, FormsAndErrors) {
     }
 }
 
-TEST(AppKnobSpec, RangeOfKnobAndValue) {
-    EXPECT_EQ(ParseKnobSpec("1=0"), std::make_pair(0, 0));
-    EXPECT_EQ(ParseKnobSpec("8=128"), std::make_pair(7, 128));
+TEST(AppKnobArgument, RangeOfKnobAndValue) {
+    EXPECT_EQ(ParseKnobArgument("1=0"), std::make_pair(0, 0));
+    EXPECT_EQ(ParseKnobArgument("8=128"), std::make_pair(7, 128));
     for (const char* bad : {"0=5", "9=5", "3=129", "3=-1", "3", "=4", "3=", "x=1"})
-        EXPECT_THROW(ParseKnobSpec(bad), UsageError) << bad;
+        EXPECT_THROW(ParseKnobArgument(bad), UsageError) << bad;
 }
 
-TEST(AppControlSpec, ControllerAndPressureRanges) {
-    const ControlSpec wheel = ParseControlSpec("1=127@0.5");
+TEST(AppControlArgument, ControllerAndPressureRanges) {
+    const ControlArgument wheel = ParseControlArgument("1=127@0.5");
     EXPECT_TRUE(wheel.controller == 1 && wheel.value == 127 && wheel.seconds == 0.5);
-    const ControlSpec pressure = ParsePressureSpec("90@2");
+    const ControlArgument pressure = ParsePressureArgument("90@2");
     EXPECT_TRUE(pressure.controller == -1 && pressure.value == 90 && pressure.seconds == 2.0);
     for (const char* bad : {"128=1@0", "-1=1@0", "1=128@0", "1=-1@0", "1=5", "1@0", "=5@0", "1=5@x", "1@0=5"})
-        EXPECT_THROW(ParseControlSpec(bad), UsageError) << bad;
-    for (const char* bad : {"128@0", "-1@0", "5", "@1", "5@x"}) EXPECT_THROW(ParsePressureSpec(bad), UsageError) << bad;
+        EXPECT_THROW(ParseControlArgument(bad), UsageError) << bad;
+    for (const char* bad : {"128@0", "-1@0", "5", "@1", "5@x"}) EXPECT_THROW(ParsePressureArgument(bad), UsageError) << bad;
 }
 
 TEST(AppTrackerNote, EveryEncodableNoteLandsWhereTheMidiPathDoes) {

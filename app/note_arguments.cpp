@@ -1,5 +1,5 @@
 // Parsing of note, time and knob arguments.
-#include "app/note_spec.h"
+#include "app/note_arguments.h"
 
 #include <cctype>
 #include <cmath>
@@ -61,13 +61,13 @@ std::optional<int> ParseNoteName(const std::string& text) {
     return int(midi);
 }
 
-NoteSpec ParseNoteSpec(const std::string& option, const std::string& text) {
+NoteArgument ParseNoteArgument(const std::string& option, const std::string& text) {
     const size_t at = text.find('@');
     if (at == std::string::npos || text.find('@', at + 1) != std::string::npos)
         Fail(option, text, "expected NOTE[:VELOCITY]@START[-END]");
     const std::string notePart = text.substr(0, at), timePart = text.substr(at + 1);
 
-    NoteSpec parsed;
+    NoteArgument parsed;
     const size_t colon = notePart.find(':');
     const std::string name = notePart.substr(0, colon);
     const std::optional<int> note = ParseNoteName(name);
@@ -95,7 +95,7 @@ NoteSpec ParseNoteSpec(const std::string& option, const std::string& text) {
     return parsed;
 }
 
-std::pair<int, int> ParseKnobSpec(const std::string& text) {
+std::pair<int, int> ParseKnobArgument(const std::string& text) {
     const size_t equals = text.find('=');
     const std::optional<long> knob = WholeInteger(text.substr(0, equals));
     const std::optional<long> value =
@@ -108,7 +108,7 @@ std::pair<int, int> ParseKnobSpec(const std::string& text) {
 
 namespace {
 // VALUE@TIME with VALUE 0..127, for `option`.
-ControlSpec ParseValueAt(const std::string& option, const std::string& text, const std::string& valueText,
+ControlArgument ParseValueAt(const std::string& option, const std::string& text, const std::string& valueText,
                          const std::string& timeText) {
     const std::optional<long> value = WholeInteger(valueText);
     const std::optional<double> seconds = ParseSeconds(timeText);
@@ -118,19 +118,19 @@ ControlSpec ParseValueAt(const std::string& option, const std::string& text, con
 }
 }  // namespace
 
-ControlSpec ParseControlSpec(const std::string& text) {
+ControlArgument ParseControlArgument(const std::string& text) {
     const size_t equals = text.find('='), at = text.find('@');
     if (equals == std::string::npos || at == std::string::npos || at < equals)
         Fail("--cc", text, "expected NUMBER=VALUE@TIME, e.g. 1=127@0.5");
     const std::optional<long> controller = WholeInteger(text.substr(0, equals));
     if (!controller || *controller < 0 || *controller > 127) Fail("--cc", text, "controller must be 0..127");
-    ControlSpec spec =
+    ControlArgument control =
         ParseValueAt("--cc", text, text.substr(equals + 1, at - equals - 1), text.substr(at + 1));
-    spec.controller = int(*controller);
-    return spec;
+    control.controller = int(*controller);
+    return control;
 }
 
-ControlSpec ParsePressureSpec(const std::string& text) {
+ControlArgument ParsePressureArgument(const std::string& text) {
     const size_t at = text.find('@');
     if (at == std::string::npos) Fail("--aftertouch", text, "expected VALUE@TIME, e.g. 100@1.5");
     return ParseValueAt("--aftertouch", text, text.substr(0, at), text.substr(at + 1));
