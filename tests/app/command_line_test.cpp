@@ -15,17 +15,14 @@
 #include <utility>
 
 #include "app/audio_file.h"
+#include "app/child_process.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
 
 namespace {
 
-std::string ReadAll(const fs::path& path) {
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
+using e2e::ReadAll;
 
 // Interleaved stereo of a WAV file, with its rate; empty if it is not stereo.
 std::vector<float> ReadWav(const fs::path& path, int* rate) {

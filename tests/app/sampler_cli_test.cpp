@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "app/child_process.h"
 #include "sound_files.h"
 
 namespace fs = std::filesystem;
@@ -39,11 +40,7 @@ constexpr char kPatch[] = R"(<storables>
 </storables>
 )";
 
-std::string ReadAll(const fs::path& path) {
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
+using e2e::ReadAll;
 
 std::vector<float> ReadLeft(const fs::path& path) {
     SF_INFO info{};

@@ -21,6 +21,7 @@
 #include <string>
 #include <thread>
 
+#include "app/child_process.h"
 #include "editor/curve_editors.h"
 #include "editor/display_guis.h"
 #include "editor/player_guis.h"
@@ -36,12 +37,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace editortest;
 
-std::string ReadAll(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+using e2e::ReadAll;
 
 void Xdotool(const std::string& args) { ASSERT_EQ(std::system(("xdotool " + args).c_str()), 0) << args; }
 
