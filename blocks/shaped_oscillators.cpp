@@ -356,8 +356,41 @@ uint32_t DispatchShaped(ShapedRun& run, bool amp, bool pitch, bool thirdMod, uin
 uint32_t WrapControl(double x) { return uint32_t(uint64_t(int64_t(std::clamp(x, -9.0e18, 9.0e18)))); }
 }  // namespace
 
+// The voice's running words go back to 0: its phase and the increment the last Work left,
+// so a pitch-modulated block right after the note chooses its table afresh.
+void CResettingOscBase::NoteOn(int, int voice) {
+    if (!phaseReset.load(std::memory_order_relaxed)) return;
+    phase[voice] = 0;
+    phaseIncrement[voice] = 0;
+}
+
+template <class Third, class Sample>
+void CResettingOscBase::RenderVoice(int voice, int numSamples, uint32_t control, Third third, Sample sample) {
+    active[voice] = 1;
+    const bool amp = PortConnected(kAmpPort);
+    if (amp && !PortHasData(kAmpPort, voice)) {
+        active[voice] = 0;
+        return;
+    }
+    const bool pitch = PortConnected(kPitchPort) && PortHasData(kPitchPort, voice);
+    const bool thirdMod = PortConnected(kThirdPort) && PortHasData(kThirdPort, voice);
+    ShapedRun run{nullptr,
+                  output[voice],
+                  ports[kAmpPort]->buffer[voice],
+                  ports[kPitchPort]->buffer[voice],
+                  ports[kThirdPort]->buffer[voice],
+                  freqFraction[voice].load(std::memory_order_relaxed),
+                  phaseIncrement[voice],
+                  ampScale.load(std::memory_order_relaxed)};
+    // Modulated pitch keeps the table the last call's increment chose for the whole block.
+    if (!pitch) run.increment = shaped::IncrementFor(IncrementArgument(run.fraction));
+    run.table = &TableFor(run.increment);
+    phase[voice] = DispatchShaped(run, amp, pitch, thirdMod, phase[voice], control, numSamples, third, sample);
+    phaseIncrement[voice] = run.increment;
+}
+
 CSyncOscBlock::CSyncOscBlock(VrokInstance* engine, float sampleRate)
-    : CShapedOscBase(engine, sampleRate, kSyncPitch, kSyncWaveform) {
+    : CResettingOscBase(engine, sampleRate, kSyncPitch, kSyncWaveform) {
     ConfigureFromRows(kSyncRows, kModPorts, kCategorySources, "|SyncOsc");
 }
 
@@ -391,34 +424,7 @@ void CSyncOscBlock::ParameterChanged(int index) {
     }
 }
 
-// The voice's running words go back to 0: its phase and the increment the last Work left,
-// so a pitch-modulated block right after the note chooses its table afresh.
-void CSyncOscBlock::NoteOn(int, int voice) {
-    if (!phaseReset.load(std::memory_order_relaxed)) return;
-    phase[voice] = 0;
-    phaseIncrement[voice] = 0;
-}
-
 void CSyncOscBlock::Work(int voice, int numSamples) {
-    active[voice] = 1;
-    const bool amp = PortConnected(kAmpPort);
-    if (amp && !PortHasData(kAmpPort, voice)) {
-        active[voice] = 0;
-        return;
-    }
-    const bool pitch = PortConnected(kPitchPort) && PortHasData(kPitchPort, voice);
-    const bool amountMod = PortConnected(kThirdPort) && PortHasData(kThirdPort, voice);
-    ShapedRun run{nullptr,
-                  output[voice],
-                  ports[kAmpPort]->buffer[voice],
-                  ports[kPitchPort]->buffer[voice],
-                  ports[kThirdPort]->buffer[voice],
-                  freqFraction[voice].load(std::memory_order_relaxed),
-                  phaseIncrement[voice],
-                  ampScale.load(std::memory_order_relaxed)};
-    // Modulated pitch keeps the table the last call's increment chose for the whole block.
-    if (!pitch) run.increment = shaped::IncrementFor(IncrementArgument(run.fraction));
-    run.table = &TableFor(run.increment);
     const float amount = syncAmount.load(std::memory_order_relaxed);
     const int32_t offset = windowOffset.load(std::memory_order_relaxed);
     auto third = [amount](float x) {
@@ -427,9 +433,7 @@ void CSyncOscBlock::Work(int voice, int numSamples) {
     auto sample = [offset](const WaveTable& t, uint32_t p, uint32_t a) {
         return shaped::SyncSample(t, p, a, offset) * 2;
     };
-    phase[voice] = DispatchShaped(run, amp, pitch, amountMod, phase[voice],
-                                  syncFixed.load(std::memory_order_relaxed), numSamples, third, sample);
-    phaseIncrement[voice] = run.increment;
+    RenderVoice(voice, numSamples, syncFixed.load(std::memory_order_relaxed), third, sample);
 }
 
 // [SECTION] CPWMOscBlock
@@ -451,7 +455,7 @@ uint32_t WidthOffset(float width) { return uint32_t(int32_t(double(width) * -214
 }  // namespace
 
 CPWMOscBlock::CPWMOscBlock(VrokInstance* engine, float sampleRate)
-    : CShapedOscBase(engine, sampleRate, kPwmPitch, kPwmWaveform) {
+    : CResettingOscBase(engine, sampleRate, kPwmPitch, kPwmWaveform) {
     ConfigureFromRows(kPwmRows, kModPorts, kCategorySources, "|PWMOsc");
 }
 
@@ -479,36 +483,9 @@ void CPWMOscBlock::ParameterChanged(int index) {
     }
 }
 
-// As for the sync oscillator: phase and last increment back to 0.
-void CPWMOscBlock::NoteOn(int, int voice) {
-    if (!phaseReset.load(std::memory_order_relaxed)) return;
-    phase[voice] = 0;
-    phaseIncrement[voice] = 0;
-}
-
 void CPWMOscBlock::Work(int voice, int numSamples) {
-    active[voice] = 1;
-    const bool amp = PortConnected(kAmpPort);
-    if (amp && !PortHasData(kAmpPort, voice)) {
-        active[voice] = 0;
-        return;
-    }
-    const bool pitch = PortConnected(kPitchPort) && PortHasData(kPitchPort, voice);
-    const bool widthMod = PortConnected(kThirdPort) && PortHasData(kThirdPort, voice);
-    ShapedRun run{nullptr,
-                  output[voice],
-                  ports[kAmpPort]->buffer[voice],
-                  ports[kPitchPort]->buffer[voice],
-                  ports[kThirdPort]->buffer[voice],
-                  freqFraction[voice].load(std::memory_order_relaxed),
-                  phaseIncrement[voice],
-                  ampScale.load(std::memory_order_relaxed)};
-    if (!pitch) run.increment = shaped::IncrementFor(IncrementArgument(run.fraction));
-    run.table = &TableFor(run.increment);
     const float width = pulseWidth.load(std::memory_order_relaxed);
     auto third = [width](float x) { return WidthOffset(std::clamp(x * 0.5f + width, 0.0f, 1.0f)); };
     auto sample = [](const WaveTable& t, uint32_t p, uint32_t d) { return shaped::PwmSample(t, p, d); };
-    phase[voice] = DispatchShaped(run, amp, pitch, widthMod, phase[voice],
-                                  phaseOffset.load(std::memory_order_relaxed), numSamples, third, sample);
-    phaseIncrement[voice] = run.increment;
+    RenderVoice(voice, numSamples, phaseOffset.load(std::memory_order_relaxed), third, sample);
 }

@@ -99,43 +99,54 @@ private:
     void UpdateGainsAndDetune(bool gains);
 };
 
+// What the sync and pulse oscillators share: one phase per voice that "Phase reset" may
+// restart at a note, and three ports (0 amplitude, 1 pitch, 2 the shape's own control).
+class CResettingOscBase : public CShapedOscBase {
+public:
+    // With "Phase reset" on, the note restarts the voice's phase and forgets its last
+    // increment.
+    void NoteOn(int velocity, int voice) override;
+
+    std::atomic<float> ampScale{0.0f};  // "Amp" squared over 16000, the tables' scale
+    std::atomic<bool> phaseReset{false};
+    // Work's, except that NoteOn (under the engine lock, between Work calls) may zero it.
+    uint32_t phase[kMaxVoices] = {};
+
+protected:
+    using CShapedOscBase::CShapedOscBase;
+    // One Work call: the silence rule of the amplitude port, the table for the voice's
+    // increment, then the sample loop for the ports that carry data. `control` is the
+    // shape's control without modulation; `third` turns a port-2 sample into it.
+    template <class Third, class Sample>
+    void RenderVoice(int voice, int numSamples, uint32_t control, Third third, Sample sample);
+};
+
 // A slave at 16 * ("Amount" + 0.1) times the master frequency, restarting with each master
 // cycle, faded by a window whose length "Sharpness" sets and crossfaded into its next
 // cycle over the master's last sixteenth. Ports: 0 amplitude, 1 pitch (a factor: -1
 // stops, +1 is an octave up), 2 amount.
-class CSyncOscBlock : public CShapedOscBase {
+class CSyncOscBlock : public CResettingOscBase {
 public:
     CSyncOscBlock(VrokInstance* engine, float sampleRate);
 
     void ParameterChanged(int index) override;
-    // With "Phase reset" on, the note restarts the voice's master phase and forgets its
-    // last increment.
-    void NoteOn(int velocity, int voice) override;
     void Work(int voice, int numSamples) override;
 
-    std::atomic<float> ampScale{0.0f};  // "Amp" squared over 16000, the tables' scale
     std::atomic<float> syncAmount{0.6f};
     std::atomic<uint32_t> syncFixed{0};
     std::atomic<int32_t> windowOffset{0};
-    std::atomic<bool> phaseReset{false};
-    // Work's, except that NoteOn (under the engine lock, between Work calls) may zero it.
-    uint32_t phase[kMaxVoices] = {};
 };
 
 // A pulse from the difference of two reads of one table, half of "PW" of a cycle apart: a
 // sawtooth becomes a pulse of that width, other waveforms a comb-like shape. Ports: 0
 // amplitude, 1 pitch (a factor, as for CSyncOscBlock), 2 pulse width.
-class CPWMOscBlock : public CShapedOscBase {
+class CPWMOscBlock : public CResettingOscBase {
 public:
     CPWMOscBlock(VrokInstance* engine, float sampleRate);
 
     void ParameterChanged(int index) override;
-    void NoteOn(int velocity, int voice) override;
     void Work(int voice, int numSamples) override;
 
-    std::atomic<float> ampScale{0.0f};
     std::atomic<float> pulseWidth{0.5f};
     std::atomic<uint32_t> phaseOffset{0};  // -pulseWidth/2 of a cycle
-    std::atomic<bool> phaseReset{false};
-    uint32_t phase[kMaxVoices] = {};
 };
