@@ -175,7 +175,6 @@ public:
     bool hasAudioInput = false;
     bool visited = false;
     bool reached = false;
-    bool listedAsRoot = false;  // already in the engine's root list this rebuild
 
     // True when port `p` carries a signal for `voice` in this sample block.
     bool PortHasData(int p, int voice) const { return ports[p]->written[voice] != 0; }

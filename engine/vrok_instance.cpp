@@ -204,7 +204,6 @@ void VrokInstance::RebuildOrder() {
         b->monophonic = false;
         b->polyphonicVisits = 0;
         b->reached = false;
-        b->listedAsRoot = false;
         if (b->isOutput) outputs[numOutputs++] = slot;
     }
     for (int k = 0; k < numOutputs; ++k) {
@@ -271,8 +270,9 @@ void VrokInstance::Visit(int start) {
     }
 }
 
-// The blocks without inputs upstream of `start`. Each root is listed once, however many
-// outputs it feeds, so the 256 entries of `rootList` always suffice.
+// The blocks without inputs upstream of `start`. `visited` stays set for the whole rebuild,
+// so each block is taken once and each root listed once, however many outputs it feeds:
+// the 256 entries of `rootList` always suffice.
 void VrokInstance::CollectRoots(int start) {
     int stack[kMaxBlocks];
     int depth = 0;
@@ -290,9 +290,7 @@ void VrokInstance::CollectRoots(int start) {
                 stack[depth++] = c.fromBlock;
             }
         }
-        CAudioBlock& b = *blocks[id];
-        if (!hasInputs && !b.listedAsRoot) {
-            b.listedAsRoot = true;
+        if (!hasInputs) {
             rootList[rootCount++] = id;
             roots.push_back(id);
         }
