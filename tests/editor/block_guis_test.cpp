@@ -331,6 +331,14 @@ double MeasuredGain(BiquadRecord record, double hz, double rate) {
     return peak;
 }
 
+// The black stroke's topmost pixel in a column of a response display, above its frame; -1
+// where the column has none.
+int CurveTop(const G::Control& area, int column) {
+    for (int y = 1; y < area.bounds.h - 1; ++y)
+        if ((PixelOf(area, column, y) & 0xFFFFFF) < 0x808080) return y;
+    return -1;
+}
+
 TEST(DisplayGuis, FilterCurveFollowsTheGainTheAudioHasAcrossTheCutoff) {
     Editor e;
     PatchBlock* b = e.AddFromMenu("Modify/Filter", 60, 60);
@@ -339,12 +347,7 @@ TEST(DisplayGuis, FilterCurveFollowsTheGainTheAudioHasAcrossTheCutoff) {
     auto* filter = static_cast<CFilterBlock*>(b->block);
     const int w = gui->area->bounds.w;
     const int h = gui->area->bounds.h;
-    // The black stroke's topmost pixel in a column, above the frame.
-    auto curveY = [&](int column) {
-        for (int y = 1; y < h - 1; ++y)
-            if ((PixelOf(*gui->area, column, y) & 0xFFFFFF) < 0x808080) return y;
-        return -1;
-    };
+    auto curveY = [&](int column) { return CurveTop(*gui->area, column); };
     struct Case {
         float type;  // the "Type" value: low-pass or high-pass
         double hz;
@@ -624,11 +627,7 @@ TEST(DisplayGuis, EqCurveIsFlatWhenOffAndRisesByThePeakGain) {
     auto* eq = static_cast<CEqBlock*>(b->block);
     const int w = gui->area->bounds.w;
     const int h = gui->area->bounds.h;
-    auto curveY = [&](int column) {
-        for (int y = 1; y < h - 1; ++y)
-            if ((PixelOf(*gui->area, column, y) & 0xFFFFFF) < 0x808080) return y;
-        return -1;
-    };
+    auto curveY = [&](int column) { return CurveTop(*gui->area, column); };
     const float perDb = (float(h) / 2.0f - 1.0f) / editor::EqGui::kRangeDb;
     const int middle = h / 2;
     e.Paint();
