@@ -6,11 +6,18 @@
 #include <climits>
 #include <cmath>
 
+#include "blocks/vector_lanes.h"
 #include "engine/audio_block.h"
 #include "machine/machine.h"
 
 namespace app {
 namespace {
+
+// From the host's sample scale back to -1..1. Dividing by a power of two is exact, so the
+// multiply the compiler makes of it changes nothing.
+VROK_AVX2_CLONES void Unscale(float* samples, int n) {
+    for (int i = 0; i < n; ++i) samples[i] /= kHostScale;
+}
 
 // Times past any render's end are held just beyond it, so that no frame number overflows.
 double Bounded(double seconds) { return std::min(seconds, 2.0 * kMaxRenderSeconds); }
@@ -136,7 +143,7 @@ RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const Re
             std::fill(buffer + 2 * fedFrames, buffer + 2 * n, 0.0f);
         }
         machine.Work(buffer, n, mode);
-        for (int i = 0; i < 2 * n; ++i) buffer[i] /= kHostScale;
+        Unscale(buffer, 2 * n);
         // Only a render without a set length stops on silence.
         if (totalFrames < 0 && frame >= last) {
             int i = n;

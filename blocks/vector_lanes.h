@@ -7,6 +7,9 @@
 #include <immintrin.h>
 
 #define VROK_AVX2 __attribute__((target("avx2")))
+// Plain loops the compiler vectorises, built for AVX2 and for the baseline; the loader
+// picks one for the processor.
+#define VROK_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
 
 // Whether the processor runs AVX2; asked once, before any audio runs.
 bool CpuHasAvx2();
@@ -30,5 +33,6 @@ VROK_AVX2 inline void Transpose8(__m256 (&r)[8]) {
     }
 }
 #else
+#define VROK_AVX2_CLONES
 inline bool CpuHasAvx2() { return false; }
 #endif

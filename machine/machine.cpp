@@ -9,6 +9,7 @@
 #include <fstream>
 #include <new>
 
+#include "blocks/vector_lanes.h"
 #include "document/vrok_doc.h"
 #include "engine/log.h"
 #include "engine/vrok_instance.h"
@@ -29,7 +30,7 @@ constexpr uint32_t kReadChunk = 64u * 1024u;
 // waiting for the one before. It differs from the one-by-one sum only in rounding; whether
 // it is above 0, all that Work answers, is the same, since no square is negative and a NaN
 // or an infinity reaches the total either way.
-float SumOfSquares(const float* x, int n) {
+VROK_AVX2_CLONES float SumOfSquares(const float* x, int n) {
     constexpr int kLanes = 8;
     float lanes[kLanes] = {};
     int i = 0;
@@ -39,6 +40,22 @@ float SumOfSquares(const float* x, int n) {
     for (; i < n; ++i) sum += x[i] * x[i];
     for (float lane : lanes) sum += lane;
     return sum;
+}
+
+VROK_AVX2_CLONES void Deinterleave(const float* __restrict both, float* __restrict left, float* __restrict right,
+                                   int n) {
+    for (int i = 0; i < n; ++i) {
+        left[i] = both[2 * i];
+        right[i] = both[2 * i + 1];
+    }
+}
+
+VROK_AVX2_CLONES void Interleave(const float* __restrict left, const float* __restrict right, float* __restrict both,
+                                 int n) {
+    for (int i = 0; i < n; ++i) {
+        both[2 * i] = left[i];
+        both[2 * i + 1] = right[i];
+    }
 }
 
 std::mutex machinesLock;
@@ -292,10 +309,7 @@ bool mi::Work(float* samples, int numSamples, int mode) {
         const int n = std::min(kMaxFrames, numSamples - start);
         float* piece = samples + 2 * start;
         if (mode & kWorkRead) {
-            for (int i = 0; i < n; ++i) {
-                inputLeft[i] = piece[2 * i];
-                inputRight[i] = piece[2 * i + 1];
-            }
+            Deinterleave(piece, inputLeft, inputRight, n);
         } else {
             std::fill_n(inputLeft, n, 0.0f);
             std::fill_n(inputRight, n, 0.0f);
@@ -305,10 +319,7 @@ bool mi::Work(float* samples, int numSamples, int mode) {
         std::fill_n(inputRight, n, 0.0f);
         engine.samplesPerBar = master.samplesPerTick * master.ticksPerBeat * 4;
         engine.Render(rows, n);
-        for (int i = 0; i < n; ++i) {
-            piece[2 * i] = inputLeft[i];
-            piece[2 * i + 1] = inputRight[i];
-        }
+        Interleave(inputLeft, inputRight, piece, n);
     }
     // Element i, not frame i: the sum covers the first half of the interleaved buffer,
     // left and right in turn. Hosts have always seen it this way; keep it.

@@ -62,7 +62,7 @@ TEST(OutputsWork, VolumeKneeAndUntouchedRows) {
 }
 
 TEST(OutputsWork, EverySampleIsTheKneeOfItsOwnValue) {
-    // Runs of four below the knee take a fast path; any four with one sample at or past
+    // Runs of eight (or four) below the knee take a fast path; any run with one sample at or past
     // it, or NaN, take the knee sample by sample. Both must give the knee's own values.
     COutputBlock out(&Engine(1), kRate);
     out.SetParameter(0, 0.8f);
