@@ -1,5 +1,5 @@
-// The `vrok` command: renders, lists and converts patches without a host or a display, and
-// opens the patch editor and the toolkit's widget gallery in a window.
+// The `vrok` command: renders, lists and converts patches without a host or a display, prints
+// the manual, and opens the patch editor and the toolkit's widget gallery in a window.
 // Argument parsing only; the subcommands live in app/commands.cpp.
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -12,6 +12,7 @@
 #include "app/edit/edit.h"
 #include "app/gallery/gallery.h"
 #include "app/live/play.h"
+#include "app/manual/manual_command.h"
 
 namespace {
 
@@ -135,6 +136,19 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0, 600000))
         ->capture_default_str();
 
+    editCommand->add_option("--manual", edit.manualPage,
+                            "Open the manual beside the canvas at this article (a name or a block's name)");
+    editCommand->add_option("--manual-file", edit.manualFile, "Show this manual XML in place of the built-in one")
+        ->check(CLI::ExistingFile);
+
+    std::string manualTopic;
+    CLI::App* manualCommand = app.add_subcommand(
+        "manual", "Print the manual: the list of articles, or one article wrapped to the terminal");
+    manualCommand->add_option("topic", manualTopic, "Article name, block name or title (any case)");
+    std::string manualFile;
+    manualCommand->add_option("--file", manualFile, "Read this manual XML in place of the built-in one")
+        ->check(CLI::ExistingFile);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -154,6 +168,7 @@ int main(int argc, char** argv) {
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
     if (*convertCommand) return app::RunConvert(convertIn, convertOut, convertSamples, convertRoots);
     if (*galleryCommand) return app::RunGallery(gallery);
+    if (*manualCommand) return app::RunManual(manualTopic, manualFile);
     if (*editCommand) {
         for (const CLI::Option* option : editLiveOptions) edit.play = edit.play || option->count() > 0;
         return app::RunEdit(edit);
