@@ -151,9 +151,12 @@ bool HelpDisplay::OnDraw(G::Renderer& renderer, G::Rect) {
             renderer.DrawText(std::wstring_view(run.text),
                               G::FloatRect{x - 2.5f, y + 1.5f, run.width + 5, run.height}, style.font,
                               G::TextAlign{0, 1}, ink);
-            if (run.link >= 0)
-                renderer.DrawLine(G::Pen{ink, 1.0f}, x, y + run.height - 2.5f, x + run.width,
-                                  y + run.height - 2.5f);
+            if (run.link < 0) continue;
+            // The underline runs on under the space to the link's next word on the line.
+            const bool joined =
+                r + 1 < line.endRun && layout.runs[static_cast<size_t>(r + 1)].link == run.link;
+            const float end = joined ? kMargin + layout.runs[static_cast<size_t>(r + 1)].x : x + run.width;
+            renderer.DrawLine(G::Pen{ink, 1.0f}, x, y + run.height - 2.5f, end, y + run.height - 2.5f);
         }
     }
     return true;
