@@ -41,11 +41,14 @@ size_t EditDistance(const std::string& a, const std::string& b) {
     return row[b.size()];
 }
 
+// Blocks without a palette code of their own (the external knobs, the large displays) come last.
+constexpr int kNoMenu = 0x1000;
+
 // The palette group of a block article, from the first block type it names; 0 for the rest.
 int GroupOf(const HelpArticle& article) {
     for (int type : article.screenTypes) {
         const BlockType* row = type >= 0 ? FindBlockType(type) : nullptr;
-        if (row) return std::max(1, row->paletteCode >> 8);
+        if (row) return row->paletteCode > 0 ? row->paletteCode >> 8 : kNoMenu;
     }
     return 0;
 }
