@@ -24,7 +24,7 @@ const std::string kManualFile = VROK_HELP_TEST_DATA_DIR "/test_manual.xml";
 
 std::unique_ptr<HelpLibrary> TestManual() { return std::make_unique<HelpLibrary>(e2e::ReadAll(kManualFile)); }
 
-TEST(ManualCommand, TheIndexPutsGuidesFirstThenBlocksByPaletteGroup) {
+TEST(ManualCommand, TheIndexPutsGuidesFirstThenBlocksByPaletteGroupAndTheRestLast) {
     EXPECT_EQ(app::ManualIndex(*TestManual()),
               "The Vrok manual. \"vrok manual TOPIC\" prints an article; TOPIC is a name below,\n"
               "a block's name as the editor shows it, or a title.\n"
@@ -40,7 +40,10 @@ TEST(ManualCommand, TheIndexPutsGuidesFirstThenBlocksByPaletteGroup) {
               "\n"
               "Outputs\n"
               "  output        Output (mono)\n"
-              "  stereooutput  Output (stereo)\n");
+              "  stereooutput  Output (stereo)\n"
+              "\n"
+              "Other blocks\n"
+              "  largescope    Large Scope\n");
 }
 
 TEST(ManualCommand, SuggestionsAreNearMissesClosestFirst) {
