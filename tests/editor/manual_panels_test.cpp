@@ -75,7 +75,13 @@ TEST(ManualPanels, HelpShowsTheManualAtTheRightAndMovesTheOtherPanelsAside) {
         EXPECT_EQ(e.window->globalGui->bounds, (G::Rect{w - 300 - 150, 18, 150, h - 18}));
     }
     EXPECT_EQ(e.Canvas().bounds, (G::Rect{0, 18, w - 300 - panel, h - 18}));
+    // The title is drawn in dark ink near the top left of the display, on its light paper.
     e.Paint();
+    int ink = 0;
+    for (int y = 36; y < 36 + 40; ++y)
+        for (int x = w - 300 + 8; x < w - 150; ++x) ink += (e.native->Pixel(x, y) & 0xFF) < 0x60;
+    EXPECT_GT(ink, 100);
+    EXPECT_EQ(e.native->Pixel(w - 20, h - 10), 0xFAF8F2u) << "paper below the text, left of the scroll bar";
 
     // The canvas menu's Help hides it again and gives the room back.
     e.RightClick(100, 300, "Help");
