@@ -133,16 +133,16 @@ void PrintError(const std::string& message) {
     }
 }
 
-const char* LiveSummary(std::string_view name) {
-    for (const LiveCommand& command : kLiveCommands)
+const char* StudioSummary(std::string_view name) {
+    for (const StudioCommand& command : kStudioCommands)
         if (name == command.name) return command.summary;
     return "";
 }
 
-int HandOverToLive(char** argv) {
+int HandOverToStudio(char** argv) {
     std::error_code error;
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    const std::string live = (error ? std::filesystem::path(".") : self.parent_path()) / "vrok-live";
+    const std::string live = (error ? std::filesystem::path(".") : self.parent_path()) / "vrok-studio";
     execv(live.c_str(), argv);
     PrintError("cannot start " + live + ": " + std::strerror(errno));
     return 127;

@@ -36,23 +36,25 @@ int RunInfo(const std::string& patch, bool json);
 int RunConvert(const std::string& input, const std::string& output, const std::vector<std::string>& samples = {},
                const std::vector<std::string>& sampleRoots = {});
 
-// The commands that play through devices or open a window. `vrok` lists them and hands them
-// over to `vrok-live`, which alone links the device, window and font libraries.
-struct LiveCommand {
+// The commands that play through devices, open a window or lay out text with the toolkit's
+// fonts. `vrok` lists them and hands them over to `vrok-studio`, which alone links the device,
+// window and font libraries, so that a render starts without loading them.
+struct StudioCommand {
     const char* name;
     const char* summary;
 };
-inline constexpr LiveCommand kLiveCommands[] = {
+inline constexpr StudioCommand kStudioCommands[] = {
     {"play", "Play a patch live through JACK or ALSA; Ctrl-C stops"},
     {"devices", "List audio devices and MIDI ports for vrok play"},
     {"gallery", "Open a window with every toolkit widget; prints each change"},
     {"edit", "Open the patch editor on a patch (or the default patch)"},
+    {"manual", "Print the manual: the list of articles, or one article wrapped to the terminal"},
 };
 // The summary of the live command `name`.
-const char* LiveSummary(std::string_view name);
-// Replaces this process with `vrok-live` from the running binary's folder, passing `argv` on.
+const char* StudioSummary(std::string_view name);
+// Replaces this process with `vrok-studio` from the running binary's folder, passing `argv` on.
 // Returns only if that fails, with the exit status after saying why.
-int HandOverToLive(char** argv);
+int HandOverToStudio(char** argv);
 
 // Prints "vrok: " before each line of `message` on stderr.
 void PrintError(const std::string& message);

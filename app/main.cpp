@@ -1,5 +1,5 @@
 // The `vrok` command: renders, lists and converts patches without a host or a display. The
-// commands that play live or open a window run in `vrok-live` (app/live_main.cpp).
+// commands that play live or open a window run in `vrok-studio` (app/studio_main.cpp).
 // Argument parsing only; the subcommands live in app/commands.cpp.
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -13,8 +13,8 @@
 
 int main(int argc, char** argv) {
     if (argc > 1)
-        for (const app::LiveCommand& command : app::kLiveCommands)
-            if (std::strcmp(argv[1], command.name) == 0) return app::HandOverToLive(argv);
+        for (const app::StudioCommand& command : app::kStudioCommands)
+            if (std::strcmp(argv[1], command.name) == 0) return app::HandOverToStudio(argv);
 
     CLI::App app{"Vrok: render modular synthesizer patches to audio files"};
     app.require_subcommand(1);
@@ -85,8 +85,8 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(8000, 192000))
         ->capture_default_str();
 
-    // Listed here for --help; main hands them to vrok-live before parsing.
-    for (const app::LiveCommand& command : app::kLiveCommands)
+    // Listed here for --help; main hands them to vrok-studio before parsing.
+    for (const app::StudioCommand& command : app::kStudioCommands)
         app.add_subcommand(command.name, command.summary)->allow_extras();
 
     try {

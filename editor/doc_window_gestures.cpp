@@ -36,7 +36,10 @@ bool Overlaps(const G::Rect& a, const G::Rect& b) {
 bool VrokDocWindow::OnLeftDown(int x, int y) {
     TakeKeyboard();
     CancelConnection();
-    if (!selected.empty() && G::CurrentModifiers() != G::kShiftDown) ClearSelection();
+    if (!selected.empty() && G::CurrentModifiers() != G::kShiftDown) {
+        ClearSelection();
+        ShowManualPage("Default");
+    }
     if (VrokConnectionWindow* wire = ArrowAt(x, y)) {
         ArrowMenu(wire, x, y);
         return true;
@@ -208,8 +211,9 @@ void VrokDocWindow::OnCommand(int id) {
             Redo();
             break;
         case kCommandHelp:
+            ToggleManual();
+            break;
         case kCommandWiki:
-            // The manual display is not part of this editor yet; the wiki stands in for it.
             if (G::NativeWindow* native = Native()) native->OpenUrl(kWikiAddress);
             break;
         default:

@@ -302,7 +302,10 @@ bool VrokBlockWindow::OnLeftDown(int, int) {
         canvas->Deselect(this);
         return true;
     }
-    if (modifiers == 0 || modifiers == G::kShiftDown) canvas->Select(this);
+    if (modifiers == 0 || modifiers == G::kShiftDown) {
+        canvas->Select(this);
+        canvas->ShowBlockHelp(this);
+    }
     StartDrag(false);
     return true;
 }

@@ -92,6 +92,7 @@ void VrokDocWindow::Open() {
     LayoutScrollers();
     AddTimerClient(this);
     Invalidate(nullptr);
+    manual = HelpLibrary::LoadEmbedded();
 }
 
 // [SECTION] document view

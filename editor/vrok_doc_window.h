@@ -16,6 +16,10 @@
 #include "g/bitmap.h"
 #include "g/geometry.h"
 #include "g/window.h"
+#include "help/help_library.h"
+
+class HelpDisplay;
+class HelpDisplayTopBar;
 
 namespace G {
 class MenuItem;
@@ -126,6 +130,15 @@ public:
     void SetName(const std::string& path);
     const std::string& Name() const { return name; }
 
+    // [Manual]
+    // Shows both manual panels at "Default", or hides them; then the container lays out again.
+    void ToggleManual();
+    bool ManualVisible() const;
+    // Goes to a page while the manual is shown.
+    void ShowManualPage(std::string_view key);
+    // The article of the block in `window`, while the manual is shown and not locked.
+    void ShowBlockHelp(const VrokBlockWindow* window);
+
     // [Helpers for the windows on the canvas]
     VrokBlockWindow* WindowOf(const PatchBlock* patchBlock) const;
     void BlockWindowGone(VrokBlockWindow* window);
@@ -166,6 +179,12 @@ public:
     std::unique_ptr<G::Bitmap> canvas;
     int changeCounter = 0;
     ShadowCache shadows;
+    // The manual, read when the window opens; the container owns the two panels showing it.
+    std::unique_ptr<HelpLibrary> manual;
+    HelpDisplay* helpDisplay = nullptr;
+    HelpDisplayTopBar* helpTopBar = nullptr;
+    // Told after the manual was shown or hidden, to lay the panels out again.
+    std::function<void()> manualToggled;
     // Told after a load, save or clear changed the name.
     std::function<void()> onNameChanged;
     // Told when the document announces its global settings record.

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "app/live/backend.h"
+#include "app/manual/manual_command.h"
 #include "app/note_arguments.h"
 #include "document/vrok_doc.h"
 #include "editor/top_bar.h"
@@ -16,6 +17,7 @@
 #include "editor/vrok_doc_window.h"
 #include "g/native/native.h"
 #include "g/png.h"
+#include "help/help_display.h"
 #include "machine/machine.h"
 
 namespace app {
@@ -33,7 +35,7 @@ void Say(const std::string& line) {
 class EditSession {
 public:
     EditSession(const EditOptions& editOptions, VrokDoc& document, std::unique_ptr<G::NativeWindow> native,
-                live::LiveRig* liveRig)
+                live::LiveRig* liveRig, std::unique_ptr<HelpLibrary> manual)
         : options(editOptions), doc(document), rig(liveRig) {
         window = std::make_unique<editor::VrokContainerWindow>(std::move(native), doc, options.width,
                                                                options.height);
@@ -45,6 +47,11 @@ public:
             ShowTitle();
         };
         ShowTitle();
+        if (manual) window->UseManual(std::move(manual));
+        if (!options.manualPage.empty()) {
+            window->docWindow->ToggleManual();
+            window->docWindow->ShowManualPage(options.manualPage);
+        }
         window->AddTimerClient(&ticker);
         ticker.session = this;
     }
@@ -101,6 +108,19 @@ private:
         topBar->SetMeterText(text);
     }
 
+    // Each article the manual comes to, and its closing, as a line: what a reader or a test
+    // driving the window sees.
+    void ReportManual() {
+        const HelpDisplay* display = window->helpDisplay;
+        const HelpArticle* article = display && display->visible ? display->Current() : nullptr;
+        const bool shown = display && display->visible;
+        if (article == reportedArticle && shown == reportedShown) return;
+        if (shown && article) Say("manual " + article->name);
+        if (!shown && reportedShown) Say("manual closed");
+        reportedArticle = article;
+        reportedShown = shown;
+    }
+
     void Tick() {
         if (!announced) {
             announced = true;
@@ -108,6 +128,7 @@ private:
             Say("ready");
         }
         UpdateMeter();
+        ReportManual();
         if (options.screenshot.empty() || !window->native->running) return;
         if (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(options.afterMs)) return;
         window->native->running = false;
@@ -130,6 +151,8 @@ private:
     std::unique_ptr<editor::VrokContainerWindow> window;
     Ticker ticker;
     bool announced = false;
+    const HelpArticle* reportedArticle = nullptr;
+    bool reportedShown = false;
     std::chrono::steady_clock::time_point start;
 };
 
@@ -177,6 +200,8 @@ int RunEdit(const EditOptions& options) {
     }
     // What was just read is what is on disk.
     doc.changed = false;
+    std::unique_ptr<HelpLibrary> manual;
+    if (!options.manualFile.empty() && !(manual = LoadManualFile(options.manualFile))) return 1;
     auto native =
         G::native::CreateNativeWindow(L"Vrok editor", G::Rect{0, 0, options.width, options.height}, 0, 0);
     if (!native) {
@@ -195,7 +220,7 @@ int RunEdit(const EditOptions& options) {
     int status = 0;
     {
         // The window goes before the rig, whose machine owns the document it shows.
-        EditSession session(options, doc, std::move(native), rig ? &*rig : nullptr);
+        EditSession session(options, doc, std::move(native), rig ? &*rig : nullptr, std::move(manual));
         if (!options.patch.empty()) session.SetName(options.patch);
         session.Run();
         status = session.failed ? 1 : 0;

@@ -129,5 +129,16 @@ expect 2 "--rate" play "$sine" --rate 100
 [ "$(grep -c '^vrok: warning: .*unknown_block.vrkx' "$work/err")" -eq 3 ] || fail "patch with gaps: expected 3 warnings"
 [ -s "$work/gaps.wav" ] || fail "patch with gaps: no output"
 
+# The manual: an unknown topic, and manual files that cannot serve, each named.
+manual=$tests/help/data/test_manual.xml
+expect 2 'no article "oscilator"; did you mean: oscillator' manual --file "$manual" oscilator
+expect 2 'no article "zzzz"' manual --file "$manual" zzzz
+printf '<manual><block name="a"><title>x</manual>' >"$work/broken.xml"
+expect 1 "broken.xml: line 1" manual --file "$work/broken.xml"
+printf '<manual></manual>' >"$work/none.xml"
+expect 1 "none.xml: the manual has no articles" manual --file "$work/none.xml"
+expect 2 "--file" manual --file "$work/missing.xml"
+expect 1 "broken.xml: line 1" edit --manual-file "$work/broken.xml"
+
 [ "$failures" -eq 0 ] || { echo "$failures failure(s)" >&2; exit 1; }
 echo "all command-line error cases pass"

@@ -303,11 +303,14 @@ TEST(TopBar, ButtonsFromTheRightWithHelpLastAndTheNameInTheHeader) {
     e.native->Send(NativeEventKind::LeftDown, x, 6);
     e.native->Send(NativeEventKind::LeftUp, x, 6);
     EXPECT_TRUE(e.doc.patchBlocks.empty());
-    // Help opens the wiki page in the browser.
+    // Help shows the manual beside the canvas; only the wiki command opens the browser.
     G::CustomButton* help = bar.buttons.back();
     e.native->Move(help->bounds.x + 3, 6);
     e.native->Send(NativeEventKind::LeftDown, help->bounds.x + 3, 6);
     e.native->Send(NativeEventKind::LeftUp, help->bounds.x + 3, 6);
+    EXPECT_TRUE(e.Canvas().ManualVisible());
+    EXPECT_TRUE(e.native->openedUrls.empty());
+    e.Canvas().OnCommand(editor::kCommandWiki);
     EXPECT_EQ(e.native->openedUrls, std::vector<std::string>{editor::kWikiAddress});
 }
 

@@ -40,23 +40,31 @@ TEST(ManualContent, TheEmbeddedManualIsWellFormedAndLoads) {
     for (const auto& [name, count] : names)
         if (count > 1 || name.empty()) repeated.push_back("\"" + name + "\" x" + std::to_string(count));
     EXPECT_TRUE(repeated.empty()) << "article names must be present and unique:" << Join(repeated);
+    std::vector<std::string> untitled;
+    for (const auto& article : Manual().Articles())
+        if (article->title.empty()) untitled.push_back("\"" + article->name + "\"");
+    EXPECT_TRUE(untitled.empty()) << "articles without a <title>:" << Join(untitled);
     EXPECT_NE(Manual().Find("Default"), nullptr) << "no home page (screen name \"Default\")";
 }
 
 TEST(ManualContent, EveryBlockTypeHasAnArticleFoundByDisplayNameAndType) {
-    std::vector<std::string> missing;
+    std::vector<std::string> missing, claimedTwice;
     for (const BlockType& row : BlockTypes()) {
         if (!row.create || !row.displayName) continue;
-        const HelpArticle* article = Manual().FindBlock(row.displayName, row.type);
-        bool typed = false;
-        if (article)
+        std::string claims;
+        int claimCount = 0;
+        for (const auto& article : Manual().Articles())
             for (size_t i = 0; i < article->screenNames.size(); ++i)
-                typed |= article->screenTypes[i] == row.type &&
-                         G::ToUtf8(article->screenNames[i]) == row.displayName;
-        if (!typed) missing.push_back(Label(row));
+                if (article->screenTypes[i] == row.type &&
+                    G::ToUtf8(article->screenNames[i]) == row.displayName)
+                    claims += std::string(claimCount++ ? ", " : " ") + "\"" + article->name + "\"";
+        if (claimCount == 0) missing.push_back(Label(row));
+        if (claimCount > 1) claimedTwice.push_back(Label(row) + " in" + claims);
     }
     EXPECT_TRUE(missing.empty()) << "block types with no <screenname type=\"N\">display name</screenname>:"
                                  << Join(missing);
+    EXPECT_TRUE(claimedTwice.empty())
+        << "block types claimed by more than one article:" << Join(claimedTwice);
 }
 
 TEST(ManualContent, EachBlockArticleNamesEveryParameterOfItsBlockExactlyOnce) {

@@ -1,7 +1,7 @@
-// `vrok-live`: the commands that play through devices or open a window (play, devices,
-// gallery, edit). `vrok` hands these over to it with exec, so rendering never loads JACK,
-// ALSA, PulseAudio, X11 or the fonts: a render starts in about half the time.
-// Argument parsing only; the commands live in app/live, app/gallery and app/edit.
+// `vrok-studio`: the commands that play through devices, open a window or lay out the manual
+// (play, devices, gallery, edit, manual). `vrok` hands these over to it with exec, so a
+// render never loads JACK, ALSA, PulseAudio, X11 or the fonts and starts in half the time.
+// Argument parsing only; the commands live in app/live, app/gallery, app/edit and app/manual.
 #include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
@@ -10,6 +10,7 @@
 #include "app/edit/edit.h"
 #include "app/gallery/gallery.h"
 #include "app/live/play.h"
+#include "app/manual/manual_command.h"
 
 namespace {
 
@@ -39,24 +40,24 @@ std::vector<CLI::Option*> AddLiveOptions(CLI::App& command, live::LiveOptions& l
 
 int main(int argc, char** argv) {
     // Messages and help read as the command the user typed.
-    CLI::App app{"Vrok: play patches live and edit them in a window", "vrok"};
+    CLI::App app{"Vrok: play patches live, edit them in a window and read the manual", "vrok"};
     app.require_subcommand(1);
 
     live::PlayOptions play;
-    CLI::App* playCommand = app.add_subcommand("play", app::LiveSummary("play"));
+    CLI::App* playCommand = app.add_subcommand("play", app::StudioSummary("play"));
     playCommand->add_option("patch", play.patch, "Patch file (.vrkx or .vrk)")->required();
     AddLiveOptions(*playCommand, play.live);
-    CLI::App* devicesCommand = app.add_subcommand("devices", app::LiveSummary("devices"));
+    CLI::App* devicesCommand = app.add_subcommand("devices", app::StudioSummary("devices"));
 
     app::GalleryOptions gallery;
-    CLI::App* galleryCommand = app.add_subcommand("gallery", app::LiveSummary("gallery"));
+    CLI::App* galleryCommand = app.add_subcommand("gallery", app::StudioSummary("gallery"));
     galleryCommand->add_option("--screenshot", gallery.screenshot, "Write the window to this PNG file, then exit");
     galleryCommand->add_option("--after", gallery.afterMs, "Milliseconds before the screenshot")
         ->check(CLI::Range(0, 600000))
         ->capture_default_str();
 
     app::EditOptions edit;
-    CLI::App* editCommand = app.add_subcommand("edit", app::LiveSummary("edit"));
+    CLI::App* editCommand = app.add_subcommand("edit", app::StudioSummary("edit"));
     editCommand->add_option("patch", edit.patch, "Patch file (.vrkx or .vrk)");
     // Any of them makes the editor play; without them it is silent, as before.
     const std::vector<CLI::Option*> editLiveOptions = AddLiveOptions(*editCommand, edit.live);
@@ -64,6 +65,16 @@ int main(int argc, char** argv) {
     editCommand->add_option("--after", edit.afterMs, "Milliseconds before the screenshot")
         ->check(CLI::Range(0, 600000))
         ->capture_default_str();
+    editCommand->add_option("--manual", edit.manualPage,
+                            "Open the manual beside the canvas at this article (a name or a block's name)");
+    editCommand->add_option("--manual-file", edit.manualFile, "Show this manual XML in place of the built-in one")
+        ->check(CLI::ExistingFile);
+
+    std::string manualTopic, manualFile;
+    CLI::App* manualCommand = app.add_subcommand("manual", app::StudioSummary("manual"));
+    manualCommand->add_option("topic", manualTopic, "Article name, block name or title (any case)");
+    manualCommand->add_option("--file", manualFile, "Read this manual XML in place of the built-in one")
+        ->check(CLI::ExistingFile);
 
     try {
         app.parse(argc, argv);
@@ -79,6 +90,7 @@ int main(int argc, char** argv) {
     if (*playCommand) return live::RunPlay(play);
     if (*devicesCommand) return live::RunDevices();
     if (*galleryCommand) return app::RunGallery(gallery);
+    if (*manualCommand) return app::RunManual(manualTopic, manualFile);
     for (const CLI::Option* option : editLiveOptions) edit.play = edit.play || option->count() > 0;
     return app::RunEdit(edit);
 }
