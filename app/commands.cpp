@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -129,6 +131,21 @@ void PrintError(const std::string& message) {
         if (end == std::string::npos) break;
         start = end + 1;
     }
+}
+
+const char* LiveSummary(std::string_view name) {
+    for (const LiveCommand& command : kLiveCommands)
+        if (name == command.name) return command.summary;
+    return "";
+}
+
+int HandOverToLive(char** argv) {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::string live = (error ? std::filesystem::path(".") : self.parent_path()) / "vrok-live";
+    execv(live.c_str(), argv);
+    PrintError("cannot start " + live + ": " + std::strerror(errno));
+    return 127;
 }
 
 int RunRender(const RenderOptions& options) {

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace app {
@@ -34,6 +35,24 @@ int RunInfo(const std::string& patch, bool json);
 // `samples` and `sampleRoots` as for render: the converted patch carries those samples.
 int RunConvert(const std::string& input, const std::string& output, const std::vector<std::string>& samples = {},
                const std::vector<std::string>& sampleRoots = {});
+
+// The commands that play through devices or open a window. `vrok` lists them and hands them
+// over to `vrok-live`, which alone links the device, window and font libraries.
+struct LiveCommand {
+    const char* name;
+    const char* summary;
+};
+inline constexpr LiveCommand kLiveCommands[] = {
+    {"play", "Play a patch live through JACK or ALSA; Ctrl-C stops"},
+    {"devices", "List audio devices and MIDI ports for vrok play"},
+    {"gallery", "Open a window with every toolkit widget; prints each change"},
+    {"edit", "Open the patch editor on a patch (or the default patch)"},
+};
+// The summary of the live command `name`.
+const char* LiveSummary(std::string_view name);
+// Replaces this process with `vrok-live` from the running binary's folder, passing `argv` on.
+// Returns only if that fails, with the exit status after saying why.
+int HandOverToLive(char** argv);
 
 // Prints "vrok: " before each line of `message` on stderr.
 void PrintError(const std::string& message);

@@ -1,45 +1,21 @@
-// The `vrok` command: renders, lists and converts patches without a host or a display, and
-// opens the patch editor and the toolkit's widget gallery in a window.
+// The `vrok` command: renders, lists and converts patches without a host or a display. The
+// commands that play live or open a window run in `vrok-live` (app/live_main.cpp).
 // Argument parsing only; the subcommands live in app/commands.cpp.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "app/audio_file.h"
 #include "app/commands.h"
 #include "app/demo.h"
-#include "app/edit/edit.h"
-#include "app/gallery/gallery.h"
-#include "app/live/play.h"
-
-namespace {
-
-// The device and MIDI options `play` and `edit` share; the caller may ask which were given.
-std::vector<CLI::Option*> AddLiveOptions(CLI::App& command, live::LiveOptions& live) {
-    std::vector<CLI::Option*> options;
-    options.push_back(command.add_option("--audio", live.audio, "Audio back end: jack or alsa")
-                          ->check(CLI::IsMember({"jack", "alsa"}))
-                          ->capture_default_str());
-    options.push_back(
-        command.add_option("--device", live.device, "JACK server name, or ALSA device name (see vrok devices)"));
-    options.push_back(command.add_option("--rate", live.sampleRate, "Sample rate in Hz (default: the device's)")
-                          ->check(CLI::Range(8000, 192000)));
-    options.push_back(
-        command.add_option("--buffer", live.bufferFrames, "Frames per buffer (default: the device's; 256 on ALSA)")
-            ->check(CLI::Range(16, 8192)));
-    options.push_back(
-        command.add_option("--midi-in", live.midiIn, "MIDI source to connect, by name (see vrok devices); repeatable"));
-    options.push_back(
-        command.add_option("--midi-channel", live.midiChannel, "MIDI channel 1..16 to play; 0 takes every channel")
-            ->check(CLI::Range(0, 16))
-            ->capture_default_str());
-    return options;
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1)
+        for (const app::LiveCommand& command : app::kLiveCommands)
+            if (std::strcmp(argv[1], command.name) == 0) return app::HandOverToLive(argv);
+
     CLI::App app{"Vrok: render modular synthesizer patches to audio files"};
     app.require_subcommand(1);
 
@@ -109,31 +85,9 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(8000, 192000))
         ->capture_default_str();
 
-    live::PlayOptions play;
-    CLI::App* playCommand = app.add_subcommand("play", "Play a patch live through JACK or ALSA; Ctrl-C stops");
-    playCommand->add_option("patch", play.patch, "Patch file (.vrkx or .vrk)")->required();
-    AddLiveOptions(*playCommand, play.live);
-    CLI::App* devicesCommand = app.add_subcommand("devices", "List audio devices and MIDI ports for vrok play");
-
-    app::GalleryOptions gallery;
-    CLI::App* galleryCommand =
-        app.add_subcommand("gallery", "Open a window with every toolkit widget; prints each change");
-    galleryCommand->add_option("--screenshot", gallery.screenshot,
-                               "Write the window to this PNG file, then exit");
-    galleryCommand->add_option("--after", gallery.afterMs, "Milliseconds before the screenshot")
-        ->check(CLI::Range(0, 600000))
-        ->capture_default_str();
-
-    app::EditOptions edit;
-    CLI::App* editCommand =
-        app.add_subcommand("edit", "Open the patch editor on a patch (or the default patch)");
-    editCommand->add_option("patch", edit.patch, "Patch file (.vrkx or .vrk)");
-    // Any of them makes the editor play; without them it is silent, as before.
-    const std::vector<CLI::Option*> editLiveOptions = AddLiveOptions(*editCommand, edit.live);
-    editCommand->add_option("--screenshot", edit.screenshot, "Write the window to this PNG file, then exit");
-    editCommand->add_option("--after", edit.afterMs, "Milliseconds before the screenshot")
-        ->check(CLI::Range(0, 600000))
-        ->capture_default_str();
+    // Listed here for --help; main hands them to vrok-live before parsing.
+    for (const app::LiveCommand& command : app::kLiveCommands)
+        app.add_subcommand(command.name, command.summary)->allow_extras();
 
     try {
         app.parse(argc, argv);
@@ -149,15 +103,8 @@ int main(int argc, char** argv) {
     if (*renderCommand) {
         return app::RunRender(render);
     }
-    if (*playCommand) return live::RunPlay(play);
-    if (*devicesCommand) return live::RunDevices();
     if (*infoCommand) return app::RunInfo(infoPatch, infoJson);
     if (*convertCommand) return app::RunConvert(convertIn, convertOut, convertSamples, convertRoots);
-    if (*galleryCommand) return app::RunGallery(gallery);
-    if (*editCommand) {
-        for (const CLI::Option* option : editLiveOptions) edit.play = edit.play || option->count() > 0;
-        return app::RunEdit(edit);
-    }
     if (*demo) {
         WriteResult result =
             WriteStereoWav(demoOut, RenderDemoChord(4.0f, demoRate), demoRate, SampleFormat::Float);

@@ -184,6 +184,7 @@ COutputBlock::COutputBlock(VrokInstance* engine, float sampleRate) : CAudioBlock
     hasOutputWork = true;
     isOutput = true;
     ConfigureFromRows(kOutputRows, kOutputPorts, kCategoryOutputs, "Output");
+    ports[0]->readsInPlace = true;
 }
 
 std::string COutputBlock::DescribeValue(int index, float value) {
@@ -205,7 +206,7 @@ void COutputBlock::Work(int voice, int numSamples) {
         return;
     }
     // The peak follows the running sum, so it may see a partial sum of the voices.
-    peak = AccumulateWithPeak(mixBuffer, ports[0]->buffer[voice], numSamples, peak);
+    peak = AccumulateWithPeak(mixBuffer, ports[0]->Row(voice), numSamples, peak);
     active[voice] = 1;
 }
 
@@ -235,6 +236,7 @@ CPanOutputBlock::CPanOutputBlock(VrokInstance* engine, float sampleRate) : CAudi
     hasOutputWork = true;
     isOutput = true;
     ConfigureFromRows(kPanOutputRows, kPanOutputPorts, kCategoryOutputs, "Output");
+    for (auto& port : ports) port->readsInPlace = true;
 }
 
 void CPanOutputBlock::ParameterChanged(int index) {
@@ -264,13 +266,13 @@ void CPanOutputBlock::Work(int voice, int numSamples) {
         active[voice] = 0;
         return;
     }
-    const float* __restrict in = ports[0]->buffer[voice];
+    const float* __restrict in = ports[0]->Row(voice);
     float* __restrict left = mixLeft;
     float* __restrict right = mixRight;
     // The peak of this voice's own input, not of the mix.
     peak = PeakOf(in, numSamples, peak);
     if (PortHasData(1, voice)) {
-        const float* panIn = ports[1]->buffer[voice];
+        const float* panIn = ports[1]->Row(voice);
         float storedPan = values[kPan];
         for (int i = 0; i < numSamples; ++i) {
             PanGains g = PanGainsForValue(std::clamp(storedPan + panIn[i], 0.0f, 1.0f));

@@ -29,6 +29,8 @@ void CAudioBlock::PrepareBlock(int) {
     for (auto& port : ports) {
         port->hasConnection = false;
         std::fill_n(port->written, voices, 0);
+        if (port->readsInPlace)
+            for (int v = 0; v < voices; ++v) port->rows[v] = port->buffer[v];
         port->cleared = true;
     }
 }

@@ -28,10 +28,21 @@ struct StereoBuffers {
 // One input of a block: the sum of everything wired into it, a row per voice.
 // A row is valid only while its `written` flag is set; otherwise it holds stale data.
 struct InputPort {
+    InputPort() {
+        for (int v = 0; v < kMaxVoices; ++v) rows[v] = buffer[v];
+    }
+    // What voice v received this sample block. A port set to read in place may point at its
+    // one source's own output row instead of a copy of it; its block reads it through here.
+    const float* Row(int v) const { return rows[v]; }
+
     float buffer[kMaxVoices][kMaxFrames];
+    const float* rows[kMaxVoices];
     uint8_t written[kMaxVoices] = {};
     bool hasConnection = false;  // some wire ends here; refreshed while inputs are summed
     bool cleared = true;
+    // Set by a block that reads this port only through Row and never writes it; a port fed
+    // by one wire then costs no copy.
+    bool readsInPlace = false;
 };
 
 // Palette groups.

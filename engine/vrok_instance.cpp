@@ -386,11 +386,22 @@ namespace {
 void MixInto(InputPort& port, int row, const float* source, int numSamples) {
     float* dest = port.buffer[row];
     if (!port.written[row]) {
-        std::memcpy(dest, source, sizeof(float) * numSamples);
         port.written[row] = 1;
-    } else {
-        for (int i = 0; i < numSamples; ++i) dest[i] += source[i];
+        // Sources have all run by now and none runs again before the reader, so the
+        // source's row stays as it is while the port points at it.
+        if (port.readsInPlace) {
+            port.rows[row] = source;
+            return;
+        }
+        std::memcpy(dest, source, sizeof(float) * numSamples);
+        return;
     }
+    // A second source: the sum needs a row of its own.
+    if (port.rows[row] != dest) {
+        std::memcpy(dest, port.rows[row], sizeof(float) * numSamples);
+        port.rows[row] = dest;
+    }
+    for (int i = 0; i < numSamples; ++i) dest[i] += source[i];
 }
 }  // namespace
 

@@ -29,4 +29,38 @@ std::string ToUtf8(std::wstring_view text) {
     return out;
 }
 
+std::wstring FromUtf8(std::string_view text) {
+    std::wstring out;
+    out.reserve(text.size());
+    size_t i = 0;
+    while (i < text.size()) {
+        auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
+        unsigned char lead = byte(i);
+        int extra = lead < 0x80             ? 0
+                    : (lead & 0xE0) == 0xC0 ? 1
+                    : (lead & 0xF0) == 0xE0 ? 2
+                    : (lead & 0xF8) == 0xF0 ? 3
+                                            : -1;
+        uint32_t code = extra == 0 ? lead : extra == 1 ? lead & 0x1F : extra == 2 ? lead & 0x0F : lead & 0x07;
+        bool good = extra >= 0 && i + extra < text.size();
+        for (int k = 1; good && k <= extra; ++k) {
+            if ((byte(i + k) & 0xC0) != 0x80)
+                good = false;
+            else
+                code = (code << 6) | (byte(i + k) & 0x3F);
+        }
+        static constexpr uint32_t kSmallest[4] = {0, 0x80, 0x800, 0x10000};
+        if (good && (code < kSmallest[extra] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)))
+            good = false;
+        if (!good) {
+            out += L'\uFFFD';
+            ++i;
+            continue;
+        }
+        out += static_cast<wchar_t>(code);
+        i += extra + 1;
+    }
+    return out;
+}
+
 }  // namespace G

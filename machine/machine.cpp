@@ -25,6 +25,22 @@ constexpr int kDefaultPatternVelocity = 0x7F;
 constexpr uint32_t kMaxStateText = 512u * 1024u * 1024u;
 constexpr uint32_t kReadChunk = 64u * 1024u;
 
+// The sum of squares in eight running lanes, so that the adds overlap instead of each
+// waiting for the one before. It differs from the one-by-one sum only in rounding; whether
+// it is above 0, all that Work answers, is the same, since no square is negative and a NaN
+// or an infinity reaches the total either way.
+float SumOfSquares(const float* x, int n) {
+    constexpr int kLanes = 8;
+    float lanes[kLanes] = {};
+    int i = 0;
+    for (; i + kLanes <= n; i += kLanes)
+        for (int k = 0; k < kLanes; ++k) lanes[k] += x[i + k] * x[i + k];
+    float sum = 0.0f;
+    for (; i < n; ++i) sum += x[i] * x[i];
+    for (float lane : lanes) sum += lane;
+    return sum;
+}
+
 std::mutex machinesLock;
 std::vector<mi*>& Machines() {
     static std::vector<mi*> machines;
@@ -296,8 +312,7 @@ bool mi::Work(float* samples, int numSamples, int mode) {
     }
     // Element i, not frame i: the sum covers the first half of the interleaved buffer,
     // left and right in turn. Hosts have always seen it this way; keep it.
-    energy = 0.0f;
-    for (int i = 0; i < numSamples; ++i) energy += samples[i] * samples[i];
+    energy = SumOfSquares(samples, numSamples);
     return energy > 0.0f;
 }
 

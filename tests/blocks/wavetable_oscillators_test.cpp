@@ -128,6 +128,32 @@ TEST(OscWork, AmpPortAndAmpZero) {
     EXPECT_EQ(fixed.active[0], 0) << "the monophonic path treats Amp 0 as silence";
 }
 
+// Every sample against the one-by-one law, over lengths that leave a remainder after the
+// eight-sample passes and long enough for the phase to wrap, with and without the amp port.
+TEST(OscWork, EverySampleFollowsThePhaseLaw) {
+    const auto ramp = [](int i) { return 0.25f + 0.01f * float(i); };
+    for (bool ampWired : {false, true}) {
+        for (int frames : {256, 37, 7}) {
+            COscBlock osc(&Engine(), kRate);
+            osc.SetNote(99.0f, 0.0f, 0);
+            uint32_t phase = 0;
+            for (int pass = 0; pass < 3; ++pass) {
+                Step(osc, frames, 1, [&] {
+                    if (ampWired) Feed(osc, 1, 0, frames, ramp);
+                });
+                const float* table = NoteTables::Get(osc.waveform, osc.tableIndex[0]);
+                for (int i = 0; i < frames; ++i) {
+                    phase += osc.phaseIncrement[0];
+                    const float s = table[phase >> 21];
+                    const float expected = ampWired ? (ramp(i) * osc.amplitude) * s : s * osc.amplitude;
+                    ASSERT_EQ(osc.output[0][i], expected) << frames << " frames, pass " << pass << ", sample " << i;
+                }
+            }
+            EXPECT_EQ(osc.phase[0], phase);
+        }
+    }
+}
+
 TEST(OscText, FixedOscShowsA77SemitoneHigherPitchThanItPlays) {
     CFixedOscBlock fixed(&Engine(), kRate);
     EXPECT_EQ(fixed.DescribeValue(0, 0.5f), "329.63Hz");

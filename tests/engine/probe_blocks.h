@@ -61,7 +61,7 @@ public:
         active[voice] = source ? !muted[voice] : PortHasData(0, voice);
         if (!active[voice]) return;
         for (int i = 0; i < numSamples; ++i)
-            output[voice][i] = source ? float(index + voice) * 0.001f : ports[0]->buffer[voice][i];
+            output[voice][i] = source ? float(index + voice) * 0.001f : ports[0]->Row(voice)[i];
     }
 
     int probeType;

@@ -28,20 +28,34 @@ TEST_F(Render, MonophonicChainRunsOnceAndPolyphonicChainEveryVoiceAscending) {
 }
 
 TEST_F(Render, PortsSumAllWiresAndKnowSilentFromUnwired) {
-    engine.SetVoiceCount(4, false);
-    int x = Add(kPolySource), y = Add(kPolySource), amp = Add(kPass);
-    engine.Connect(x, amp, 0);
-    engine.Connect(y, amp, 0);
-    Chain({amp, WorkingOutput()});
-    At(x).muted[3] = At(y).muted[3] = At(y).muted[1] = true;
-    Run();
-    const InputPort& port = *engine.blocks[amp]->ports[0];
-    EXPECT_FLOAT_EQ(port.buffer[0][0], (x + y) * 0.001f);
-    EXPECT_FLOAT_EQ(port.buffer[1][0], (x + 1) * 0.001f);
-    EXPECT_TRUE(port.hasConnection);
-    EXPECT_EQ(port.written[3], 0) << "wired, but silent in voice 3";
-    EXPECT_EQ(engine.blocks[amp]->active[3], 0);
-    EXPECT_FALSE(engine.blocks[amp]->ports[1]->hasConnection);
+    // A port read in place points at a lone source's row and takes a row of its own for a
+    // sum; either way it reads as the copying port does, buffer after buffer.
+    for (bool inPlace : {false, true}) {
+        engine.ClearPatch();
+        engine.SetVoiceCount(4, false);
+        int x = Add(kPolySource), y = Add(kPolySource), amp = Add(kPass);
+        engine.Connect(x, amp, 0);
+        engine.Connect(y, amp, 0);
+        Chain({amp, WorkingOutput()});
+        const InputPort& port = *engine.blocks[amp]->ports[0];
+        engine.blocks[amp]->ports[0]->readsInPlace = inPlace;
+        At(x).muted[3] = At(y).muted[3] = At(y).muted[1] = true;
+        Run();
+        EXPECT_FLOAT_EQ(port.Row(0)[0], (x + y) * 0.001f);
+        EXPECT_FLOAT_EQ(port.Row(1)[0], (x + 1) * 0.001f);
+        EXPECT_EQ(port.Row(1) == engine.blocks[x]->output[1], inPlace) << "a lone source is read, not copied";
+        EXPECT_EQ(port.Row(0), port.buffer[0]) << "a sum has its own row";
+        EXPECT_FLOAT_EQ(engine.blocks[amp]->output[1][0], (x + 1) * 0.001f);
+        EXPECT_TRUE(port.hasConnection);
+        EXPECT_EQ(port.written[3], 0) << "wired, but silent in voice 3";
+        EXPECT_EQ(engine.blocks[amp]->active[3], 0);
+        EXPECT_FALSE(engine.blocks[amp]->ports[1]->hasConnection);
+        // The next buffer voice 1 gets y too: its row must stop pointing at x's.
+        At(y).muted[1] = false;
+        Run();
+        EXPECT_FLOAT_EQ(engine.blocks[amp]->output[1][0], (x + y + 2) * 0.001f);
+        EXPECT_EQ(port.Row(1), port.buffer[1]);
+    }
 }
 
 TEST_F(Render, WiresCountWhereverTheyLieInTheTable) {
