@@ -50,6 +50,23 @@ double PeakFrequency(const std::vector<float>& stereo, int rate, size_t from, si
     return best;
 }
 
+// The pitch in Hz at which the left channel matches itself over frames [from, from + 4410),
+// searched between 20 and 1000 Hz: a note's period, whatever its strongest harmonic. Twice
+// the period matches about as well, so the shortest lag within 10 % of the best one wins.
+double PeriodPitch(const std::vector<float>& stereo, int rate, size_t from) {
+    std::vector<double> match(size_t(rate / 20), 0.0);
+    double best = 0.0;
+    for (size_t lag = size_t(rate / 1000); lag < match.size(); ++lag) {
+        for (size_t i = from; i < from + 4410; ++i)
+            match[lag] += double(stereo[2 * i]) * stereo[2 * (i + lag)];
+        best = std::max(best, match[lag]);
+    }
+    for (size_t lag = size_t(rate / 1000) + 1; lag + 1 < match.size(); ++lag)
+        if (match[lag] >= 0.9 * best && match[lag] >= match[lag - 1] && match[lag] >= match[lag + 1])
+            return double(rate) / double(lag);
+    return 0.0;
+}
+
 class AppCommandLine : public ::testing::Test {
 protected:
     void SetUp() override { fs::create_directories(dir); }
@@ -148,14 +165,67 @@ TEST_F(AppCommandLine, ModulationExamplesPlayAndThePluckTunesToItsNote) {
         // The tracked delay rings at the played note, A3 at 220 Hz: the string's period is
         // where the sound best matches itself. Its harmonics are all about as strong.
         if (std::string(name) == "pluck.vrkx") {
-            int bestLag = 0;
-            double best = -1.0;
-            for (int lag = rate / 1000; lag < rate / 50; ++lag) {
-                double sum = 0.0;
-                for (int i = 4410; i < 8820; ++i) sum += double(audio[2 * i]) * audio[2 * (i + lag)];
-                if (sum > best) best = sum, bestLag = lag;
-            }
-            EXPECT_NEAR(double(rate) / bestLag, 220.0, 2.0);
+            EXPECT_NEAR(PeriodPitch(audio, rate, 4410), 220.0, 2.0);
+        }
+    }
+}
+
+// Each tutorial's finished patch, played as examples/README.md plays it: stored as the
+// document writes it, finite, loud enough to hear yet below full scale, at the pitch its
+// tutorial names where it names one, and with its sound over (or nearly) when the file ends.
+TEST_F(AppCommandLine, TutorialPatchesPlayAsTheirTutorialsPromise) {
+    struct Row {
+        const char* patch;
+        std::string options;
+        double pitch;  // Hz of the period a tenth of a second long from frame pitchFrom; 0 checks none
+        size_t pitchFrom;
+    };
+    const std::string bass = (dir / "bass.wav").string();
+    const Row rows[] = {
+        // A2 over a pulse an octave down: the pair repeats at 55 Hz.
+        {"tut_bass.vrkx",
+         "--play A2@0-0.4 --play A2@0.5-0.7 --play C3@0.75-1.1 --play E3@1.25-1.45 --play G2@1.5-2.2", 55.0,
+         4410},
+        {"tut_pad.vrkx", "--play C3@0-4 --play G3@0-4 --play C4@0-4 --play E4@0-4 --seconds 8", 0.0, 0},
+        {"tut_pluck.vrkx", "--play A3@0.3-1 --play E4@0.8-1.5 --play A4@1.3-2", 220.0, 17640},
+        {"tut_vowel.vrkx", "--play A3@0-1 --play C4@0.9-1.5 --play E4@1.5-2.5 --play D4@2.6-3.5", 220.0,
+         22050},
+        {"tut_arpeggio.vrkx", "--tempo 120 --play C4@0-4 --play E4@0-4 --play G4@0-4 --seconds 6", 0.0, 0},
+        // Runs after the bass, whose render is its input.
+        {"tut_effect.vrkx", "--input " + bass, 0.0, 0},
+    };
+    for (const Row& row : rows) {
+        const std::string patch = std::string(VROK_EXAMPLES_DIR "/") + row.patch;
+        const std::string name = row.patch;
+        const fs::path copy = dir / "copy.vrkx";
+        const fs::path wav = name == "tut_bass.vrkx" ? fs::path(bass) : dir / "tutorial.wav";
+        ASSERT_EQ(Vrok("convert " + patch + " " + copy.string()), 0) << name << ": " << err;
+        EXPECT_EQ(ReadAll(copy), ReadAll(patch)) << name << ": the examples are as the document writes";
+        ASSERT_EQ(Vrok("render " + patch + " " + row.options + " -o " + wav.string()), 0)
+            << name << ": " << err;
+        EXPECT_EQ(err, "") << name << ": nothing beyond full scale";
+        int rate = 0;
+        const std::vector<float> audio = ReadWav(wav, &rate);
+        ASSERT_GT(audio.size(), size_t(2 * rate)) << name;
+        float peak = 0.0f;
+        for (float x : audio) {
+            ASSERT_TRUE(std::isfinite(x)) << name;
+            peak = std::max(peak, std::fabs(x));
+        }
+        EXPECT_GT(peak, 0.15f) << name;
+        EXPECT_LT(peak, 0.9f) << name;
+        // Loudest and last tenth of a second, in RMS: the tail has died 30 dB or more.
+        const size_t tenth = size_t(rate) / 10, frames = audio.size() / 2;
+        double loudest = 0.0, last = 0.0;
+        for (size_t start = 0; start + tenth <= frames; start += tenth) {
+            double power = 0.0;
+            for (size_t i = start; i < start + tenth; ++i) power += double(audio[2 * i]) * audio[2 * i];
+            loudest = std::max(loudest, power);
+            last = power;
+        }
+        EXPECT_LT(last, loudest * 1e-3) << name;
+        if (row.pitch > 0.0) {
+            EXPECT_NEAR(PeriodPitch(audio, rate, row.pitchFrom), row.pitch, row.pitch * 0.02) << name;
         }
     }
 }
