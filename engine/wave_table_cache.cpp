@@ -51,6 +51,10 @@ std::string CacheDirectory() {
 bool LoadCache(const std::string& path, WaveTableSet (&sets)[kNumWaveforms]) {
     std::FILE* file = std::fopen(path.c_str(), "rb");
     if (!file) return false;
+    // The sets are read a table at a time; a larger buffer keeps that to a few system calls.
+    // (glibc ignores the size unless it is given the buffer too.)
+    std::vector<char> buffer(size_t(1) << 16);
+    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
     bool valid = true;
     for (int w = 0; valid && w < kNumWaveforms; ++w) {
         valid = sets[w].Read(file);
