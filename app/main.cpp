@@ -9,6 +9,7 @@
 
 #include "app/audio_file.h"
 #include "app/commands.h"
+#include "app/parse_arguments.h"
 #include "app/demo.h"
 
 int main(int argc, char** argv) {
@@ -89,16 +90,7 @@ int main(int argc, char** argv) {
     for (const app::StudioCommand& command : app::kStudioCommands)
         app.add_subcommand(command.name, command.summary)->allow_extras();
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::CallForAllHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        app::PrintError(std::string(e.what()) + " (see vrok --help)");
-        return 2;
-    }
+    if (const std::optional<int> stop = app::ParseArguments(app, argc, argv)) return *stop;
 
     if (*renderCommand) {
         return app::RunRender(render);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/commands.h"
+#include "app/parse_arguments.h"
 #include "app/edit/edit.h"
 #include "app/gallery/gallery.h"
 #include "app/live/play.h"
@@ -76,16 +77,7 @@ int main(int argc, char** argv) {
     manualCommand->add_option("--file", manualFile, "Read this manual XML in place of the built-in one")
         ->check(CLI::ExistingFile);
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::CallForAllHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        app::PrintError(std::string(e.what()) + " (see vrok --help)");
-        return 2;
-    }
+    if (const std::optional<int> stop = app::ParseArguments(app, argc, argv)) return *stop;
 
     if (*playCommand) return live::RunPlay(play);
     if (*devicesCommand) return live::RunDevices();
