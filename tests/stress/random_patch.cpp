@@ -114,6 +114,11 @@ app::RenderPlan RandomPerformance(std::mt19937& random, int sampleRate) {
         else
             plan.midiNotes.push_back({at, 0, 0, value, MidiEventKind::Pressure});
     }
+    if (std::bernoulli_distribution(0.1)(random)) {
+        // "All notes off" or "all sound off" in the middle of it all.
+        const int controller = std::bernoulli_distribution(0.5)(random) ? 120 : 123;
+        plan.midiNotes.push_back({during(random), 0, controller, 0, MidiEventKind::Control});
+    }
     if (std::bernoulli_distribution(0.3)(random)) {
         // The pedal goes down somewhere and comes up with the last key at the latest.
         plan.midiNotes.push_back({during(random), 0, 64, 127, MidiEventKind::Control});

@@ -15,7 +15,8 @@ namespace {
 // Past this many blocks the editor deletes instead of adding, so the patch stays the size
 // of a musician's and memory can settle.
 constexpr size_t kMaxBlocks = 24;
-// One edit in this many loads a patch, which also clears the undo history.
+// One edit in this many loads a patch, which also clears the undo history; every third
+// time the patch is cleared instead.
 constexpr long kLoadEvery = 200;
 constexpr int kMaxHeldKeys = 8;
 
@@ -47,7 +48,7 @@ ScriptedEditor::ScriptedEditor(VrokDoc& doc, std::vector<std::string> patches, u
 
 Edit ScriptedEditor::Choose() {
     ++steps;
-    if (steps % kLoadEvery == 0) return steps % (5 * kLoadEvery) == 0 ? Edit::Clear : Edit::Load;
+    if (steps % kLoadEvery == 0) return steps % (3 * kLoadEvery) == 0 ? Edit::Clear : Edit::Load;
     std::discrete_distribution<int> pick(std::begin(kWeights), std::end(kWeights));
     const Edit edit = Edit(pick(random));
     if (edit == Edit::AddBlock && doc.patchBlocks.size() >= kMaxBlocks) return Edit::DeleteBlock;
@@ -143,6 +144,7 @@ void ScriptedEditor::Apply(Edit edit) {
         case Edit::Clear:
             ReleaseKeys();
             doc.ClearAll();
+            if (afterClear) afterClear();
             break;
         case Edit::kCount:
             break;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -41,6 +42,9 @@ public:
     std::array<long, size_t(Edit::kCount)> counts{};
     // Loads that failed; a patch of ours that does not load is a fault.
     std::vector<std::string> failedLoads;
+    // Called on the editing thread right after each Clear, while the patch and its history
+    // are empty: the one state the soak returns to, where memory should be the same each time.
+    std::function<void()> afterClear;
 
 private:
     Edit Choose();
