@@ -110,14 +110,13 @@ Outcome RenderRandomPatch(unsigned seed, const std::string& samplePath, bool wit
     app::RenderWithMachine(machine, host, plan, schedule, [&](const float* samples, int frames) {
         for (int i = 0; i < 2 * frames && outcome.failure.empty(); ++i) {
             const float x = samples[i];
-            if (!std::isfinite(x))
-                outcome.failure =
-                    "sample " + std::to_string(x) + " at frame " + std::to_string(frame + i / 2);
-            else if (std::fabs(x) > kPeakBound) {
-                outcome.failure = "peak " + std::to_string(x) + " at frame " + std::to_string(frame + i / 2);
-                outcome.tooLoud = true;
-            } else
+            if (std::isfinite(x) && std::fabs(x) <= kPeakBound) {
                 outcome.peak = std::max(outcome.peak, std::fabs(x));
+                continue;
+            }
+            outcome.tooLoud = std::isfinite(x);
+            outcome.failure = (outcome.tooLoud ? "peak " : "sample ") + std::to_string(x) + " at frame " +
+                              std::to_string(frame + i / 2);
         }
         frame += frames;
         return outcome.failure.empty();
