@@ -124,6 +124,22 @@ app::RenderPlan RandomPerformance(std::mt19937& random, int sampleRate) {
         plan.midiNotes.push_back({during(random), 0, 64, 127, MidiEventKind::Control});
         plan.midiNotes.push_back({kPlaySeconds, 0, 64, 0, MidiEventKind::Control});
     }
+    // A few pattern notes through the host's tracks, as a tracker plays them; velocity 0..128
+    // or none (the track's last).
+    const int trackNotes = std::uniform_int_distribution<int>(0, 4)(random);
+    for (int i = 0; i < trackNotes; ++i) {
+        app::NoteArgument note;
+        note.note = std::uniform_int_distribution<int>(5, 124)(random);
+        if (std::bernoulli_distribution(0.8)(random))
+            note.velocity = std::uniform_int_distribution<int>(0, 128)(random);
+        note.start = during(random);
+        note.end = std::uniform_real_distribution<double>(note.start, kPlaySeconds)(random);
+        plan.trackNotes.push_back(note);
+    }
+    // The host's knobs, for the external knob blocks.
+    for (int& knob : plan.knobs)
+        if (std::bernoulli_distribution(0.3)(random))
+            knob = std::uniform_int_distribution<int>(0, 128)(random);
     if (std::bernoulli_distribution(0.5)(random)) {
         // Noise bursts for the input blocks and the audio trigger, silent at the end.
         plan.input.assign(size_t(kPlaySeconds * sampleRate) * 2, 0.0f);

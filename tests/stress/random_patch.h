@@ -20,8 +20,9 @@ constexpr double kReleaseSeconds = 4.0;
 // operations as the editor would make it. A sampler plays `samplePath` when it is not empty.
 void BuildRandomPatch(VrokDoc& doc, std::mt19937& random, const std::string& samplePath);
 
-// Notes (any key, any velocity, overlapping, repeated), mod wheel, sustain pedal,
-// aftertouch, "all notes off" and "all sound off" within the first seconds, every key and the pedal up by the end, then
+// Notes (any key, any velocity, overlapping, repeated), pattern notes through the host's
+// tracks, host knobs, mod wheel, sustain pedal, aftertouch, "all notes off" and "all sound
+// off" within the first seconds, every key and the pedal up by the end, then
 // kReleaseSeconds of nothing; input noise while the keys play, silence after.
 app::RenderPlan RandomPerformance(std::mt19937& random, int sampleRate);
 

@@ -75,6 +75,8 @@ std::string HeldAfterRelease(const mi& machine) {
     }
     for (int note = 0; note < 128; ++note)
         if (machine.sustainedNotes[note]) held += " key " + std::to_string(note) + " under the pedal;";
+    for (int track = 0; track < machine::kMaxTracks; ++track)
+        if (machine.trackPlaying[track]) held += " track " + std::to_string(track) + " playing;";
     return held;
 }
 
