@@ -223,9 +223,13 @@ int Soak(const Options& options) {
         "soak: resident memory %.1f MB at start, %.1f MB after warm-up, %.1f MB at the end, %.1f MB at "
         "most\n",
         figures.rssFirst, figures.rssAtWarmup, figures.rssLast, figures.rssMax);
-    std::printf("soak: resident memory after each clear:");
-    for (const auto& [at, mb] : figures.afterClear) std::printf(" %.0f s %.1f MB;", at, mb);
-    std::printf("\n");
+    if (!figures.afterClear.empty()) {
+        double low = figures.afterClear.front().second, high = low;
+        for (const auto& [at, mb] : figures.afterClear) low = std::min(low, mb), high = std::max(high, mb);
+        std::printf("soak: resident memory after %zu clears: %.1f MB first, %.1f MB last, %.1f to %.1f MB\n",
+                    figures.afterClear.size(), figures.afterClear.front().second,
+                    figures.afterClear.back().second, low, high);
+    }
     std::printf(
         "soak: %lld callbacks: %d over the %.3f ms buffer in processor time (longest %.3f ms), %d by the "
         "clock (longest %.3f ms); %d under-runs; %d buffers skipped\n",
