@@ -31,6 +31,39 @@ void ClearRow(mi& machine) {
     for (auto& knob : machine.globalValues) knob = machine::kNoValueByte;
 }
 
+bool IsRelease(const MidiNoteEvent& e) { return e.kind == MidiEventKind::Note && e.velocity == 0; }
+
+// On one frame, releases of keys that were down before it go first, so a note that ends
+// where it starts again sounds. A release whose press is on the same frame (a note shorter
+// than a frame, a drum hit in a MIDI file) stays after that press, or the key would stay down.
+void OrderReleasesFirst(std::vector<Schedule::MidiAt>& midi) {
+    static constexpr int kChannels = 16, kKeys = 128;
+    std::vector<int> down(kChannels * kKeys, 0);  // presses not yet released, per channel and key
+    auto key = [&](const MidiNoteEvent& e) -> int& {
+        return down[size_t(std::clamp(e.channel, 0, kChannels - 1) * kKeys +
+                           std::clamp(e.note, 0, kKeys - 1))];
+    };
+    std::vector<Schedule::MidiAt> first, rest;
+    for (size_t begin = 0; begin < midi.size();) {
+        size_t end = begin;
+        while (end < midi.size() && midi[end].frame == midi[begin].frame) ++end;
+        first.clear();
+        rest.clear();
+        for (size_t i = begin; i < end; ++i) {
+            const MidiNoteEvent& e = midi[i].event;
+            const bool early = IsRelease(e) && key(e) > 0;
+            if (early) --key(e);
+            (early ? first : rest).push_back(midi[i]);
+        }
+        for (const Schedule::MidiAt& at : rest)
+            if (at.event.kind == MidiEventKind::Note)
+                key(at.event) = IsRelease(at.event) ? std::max(0, key(at.event) - 1) : key(at.event) + 1;
+        std::copy(rest.begin(), rest.end(),
+                  std::copy(first.begin(), first.end(), midi.begin() + long(begin)));
+        begin = end;
+    }
+}
+
 }  // namespace
 
 CommandLineHost::CommandLineHost(int sampleRate, double tempoBpm, int ticksPerBeat)
@@ -44,11 +77,9 @@ Schedule BuildSchedule(const RenderPlan& plan, int sampleRate, double samplesPer
     Schedule schedule;
     for (const MidiNoteEvent& event : plan.midiNotes)
         schedule.midi.push_back({FrameOf(event.seconds, sampleRate), event});
-    // On one frame releases go first, so a note that ends where it starts again sounds.
-    auto isRelease = [](const MidiNoteEvent& e) { return e.kind == MidiEventKind::Note && e.velocity == 0; };
-    std::stable_sort(schedule.midi.begin(), schedule.midi.end(), [&](const auto& a, const auto& b) {
-        return a.frame != b.frame ? a.frame < b.frame : (isRelease(a.event) && !isRelease(b.event));
-    });
+    std::stable_sort(schedule.midi.begin(), schedule.midi.end(),
+                     [](const auto& a, const auto& b) { return a.frame < b.frame; });
+    OrderReleasesFirst(schedule.midi);
 
     std::vector<const NoteArgument*> notes;
     for (const NoteArgument& note : plan.trackNotes) notes.push_back(&note);

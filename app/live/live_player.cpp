@@ -2,6 +2,8 @@
 // pieces no longer than the engine's block, and the callback's time for the meter.
 #include "app/live/live_player.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 #include <thread>
@@ -18,6 +20,17 @@ constexpr int kTicksPerBeat = 4;
 constexpr float kLoadSmoothing = 0.006f;
 
 int SamplesPerTick(int rate) { return int(double(rate) * 60.0 / (kTempoBpm * kTicksPerBeat)); }
+
+// Processor time of the calling thread; allocation-free, so the callback may ask.
+int64_t ThreadCpuNs() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return int64_t(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+void KeepLongest(std::atomic<int64_t>& longest, int64_t value) {
+    if (value > longest.load(std::memory_order_relaxed)) longest.store(value, std::memory_order_relaxed);
+}
 }  // namespace
 
 LiveHost::LiveHost(int rate, int channel) : sampleRate(rate), midiChannel(channel) {}
@@ -73,6 +86,7 @@ bool LivePlayer::LockWithin(std::unique_lock<std::recursive_mutex>& machineGuard
 void LivePlayer::Process(const float* inLeft, const float* inRight, float* outLeft, float* outRight,
                          int frames, const MidiEvent* events, int numEvents) {
     const auto started = std::chrono::steady_clock::now();
+    const int64_t startedCpuNs = ThreadCpuNs();
     const int rate = host.sampleRate.load(std::memory_order_relaxed);
     const int64_t bufferNs = rate > 0 ? int64_t(frames) * 1'000'000'000 / rate : 0;
     std::unique_lock machineGuard(machine.machineLock, std::defer_lock);
@@ -81,8 +95,7 @@ void LivePlayer::Process(const float* inLeft, const float* inRight, float* outLe
     const int64_t waitedNs =
         std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started)
             .count();
-    if (waitedNs > meter.longestWaitNs.load(std::memory_order_relaxed))
-        meter.longestWaitNs.store(waitedNs, std::memory_order_relaxed);
+    KeepLongest(meter.longestWaitNs, waitedNs);
     if (locked) {
         // What waited from skipped buffers plays first, at frame 0.
         if (numPending > 0) {
@@ -107,8 +120,12 @@ void LivePlayer::Process(const float* inLeft, const float* inRight, float* outLe
     const int64_t spentNs =
         std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started)
             .count();
-    if (spentNs > meter.longestCallbackNs.load(std::memory_order_relaxed))
-        meter.longestCallbackNs.store(spentNs, std::memory_order_relaxed);
+    const int64_t spentCpuNs = ThreadCpuNs() - startedCpuNs;
+    KeepLongest(meter.longestCallbackNs, spentNs);
+    KeepLongest(meter.longestCallbackCpuNs, spentCpuNs);
+    meter.callbacks.fetch_add(1, std::memory_order_relaxed);
+    if (spentNs > bufferNs) meter.lateCallbacks.fetch_add(1, std::memory_order_relaxed);
+    if (spentCpuNs > bufferNs) meter.overworkedCallbacks.fetch_add(1, std::memory_order_relaxed);
     if (bufferNs > 0) {
         const float share = float(double(spentNs) / double(bufferNs));
         const float load = meter.load.load(std::memory_order_relaxed);

@@ -48,6 +48,14 @@ constexpr int kMaxMidiEventsPerBuffer = 512;
 // callback, and the back end's under-run notices), read by anyone.
 struct LoadMeter {
     std::atomic<int64_t> longestCallbackNs{0};
+    // The same in processor time of the audio thread: what the player and the patch cost,
+    // whatever else the machine was running meanwhile.
+    std::atomic<int64_t> longestCallbackCpuNs{0};
+    std::atomic<int64_t> callbacks{0};
+    // Callbacks that took longer than their buffer lasts: by the clock (a gap a listener
+    // may hear, partly the scheduler's doing), and in processor time (our own doing).
+    std::atomic<int> lateCallbacks{0};
+    std::atomic<int> overworkedCallbacks{0};
     // Of that, the longest time spent waiting for an edit to let go of the patch.
     std::atomic<int64_t> longestWaitNs{0};
     // Time spent in the callback over the buffer's length, smoothed over about a second.

@@ -56,13 +56,15 @@ std::string LiveRig::Describe() const {
 
 std::string LiveRig::Summary() const {
     const double bufferMs = 1000.0 * backend->BufferFrames() / backend->SampleRate();
-    char text[256];
-    std::snprintf(text, sizeof text,
-                  "longest callback %.3f ms of a %.3f ms buffer (waiting for edits at most %.3f ms); %d under-runs; "
-                  "%d buffers skipped",
-                  double(player->meter.longestCallbackNs.load()) * 1e-6, bufferMs,
-                  double(player->meter.longestWaitNs.load()) * 1e-6, player->meter.underruns.load(),
-                  player->meter.skippedBuffers.load());
+    const LoadMeter& meter = player->meter;
+    char text[320];
+    std::snprintf(
+        text, sizeof text,
+        "longest callback %.3f ms of a %.3f ms buffer (waiting for edits at most %.3f ms); %d of %lld "
+        "callbacks late; %d under-runs; %d buffers skipped",
+        double(meter.longestCallbackNs.load()) * 1e-6, bufferMs, double(meter.longestWaitNs.load()) * 1e-6,
+        meter.lateCallbacks.load(), static_cast<long long>(meter.callbacks.load()), meter.underruns.load(),
+        meter.skippedBuffers.load());
     return text;
 }
 

@@ -67,6 +67,40 @@ TEST(AppSchedule, ReleasesComeBeforePressesOnOneFrame) {
     EXPECT_EQ(schedule.lastEventFrame, 22050);
 }
 
+// A release goes before a press on its frame only when its key was down before that frame:
+// a note shorter than a frame (or a MIDI file's drum hit) must still end.
+TEST(AppSchedule, AReleaseStaysAfterAPressOnItsOwnFrame) {
+    struct Case {
+        const char* name;
+        std::vector<MidiNoteEvent> events;
+        std::vector<int> velocities;  // of the scheduled events, in order
+    };
+    const Case cases[] = {
+        {"shorter than a frame", {{0.5, 0, 60, 100}, {0.5, 0, 60, 0}}, {100, 0}},
+        {"ends and starts again", {{0.5, 0, 60, 90}, {0.5, 0, 60, 0}, {0.1, 0, 60, 100}}, {100, 0, 90}},
+        {"restarts and is hit",
+         {{0.1, 0, 60, 100}, {0.5, 0, 60, 90}, {0.5, 0, 60, 0}, {0.5, 0, 60, 0}},
+         {100, 0, 90, 0}},
+        {"other channel", {{0.1, 1, 60, 100}, {0.5, 0, 60, 90}, {0.5, 0, 60, 0}}, {100, 90, 0}},
+    };
+    for (const Case& c : cases) {
+        const Schedule schedule = BuildSchedule({.midiNotes = c.events}, kRate, 5250.0);
+        std::vector<int> velocities;
+        for (const auto& at : schedule.midi) velocities.push_back(at.event.velocity);
+        EXPECT_EQ(velocities, c.velocities) << c.name;
+    }
+}
+
+TEST_F(AppRender, ANoteShorterThanAFrameLeavesNoKeyDown) {
+    Patch(4, 2, 0.0f);
+    Run({.seconds = 0.2, .midiNotes = {{0.1, 0, 60, 100}, {0.1000001, 0, 60, 0}}});
+    const VrokInstance& engine = *machine.document->engine;
+    EXPECT_EQ(engine.noteHeld[61], 0);
+    EXPECT_TRUE(engine.heldNotes.empty());
+    EXPECT_TRUE(std::none_of(std::begin(engine.voiceActive), std::end(engine.voiceActive),
+                             [](uint8_t a) { return a; }));
+}
+
 TEST(AppSchedule, TrackNotesShareTracksOnlyWhenTheyDoNotOverlap) {
     // At 10 ticks per second: A4 over ticks 0..10, C5 over 5..15, E5 from tick 10 reuses
     // A4's track, whose release on that tick it overrides.
