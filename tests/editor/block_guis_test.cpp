@@ -39,6 +39,12 @@ G::Rect AreaOnCanvas(editor::VrokBlockWindow* w, G::Control* area) {
                    area->bounds.h};
 }
 
+// One timer tick, then a repaint: what a display needs to show new data.
+void Tick(Editor& e) {
+    e.native->Send(NativeEventKind::Timer, 1, 0);
+    e.Paint();
+}
+
 void RightDrag(Editor& e, int x0, int y0, int x1, int y1) {
     e.Move(x0, y0);
     e.native->Send(NativeEventKind::RightDown, x0, y0 + kTop);
@@ -248,8 +254,7 @@ TEST(PlayerGuis, SamplerLoadsThroughTheDialogAndRefusesAFileItCannotRead) {
         return line;
     };
     const std::vector<uint32_t> stale = nameLine();
-    e.native->Send(NativeEventKind::Timer, 1, 0);
-    e.Paint();
+    Tick(e);
     EXPECT_NE(nameLine(), stale) << "the panel redraws its sample name";
 }
 
@@ -274,8 +279,7 @@ TEST(PlayerGuis, ArpeggiatorBoxesSwitchStepsAndFollowThePlayedStep) {
     // Step 13 sits in the second row.
     for (int step : {5, 13}) {
         arp->stepIndex.store(step);
-        e.native->Send(NativeEventKind::Timer, 1, 0);
-        e.Paint();
+        Tick(e);
         for (int i = 0; i < kArpSteps; ++i) {
             const G::Rect r = editor::ArpTickerDisplay::Box(i);
             EXPECT_EQ(PixelOf(*gui->ticker, r.x + 2, r.y + 6) == strong, i == step) << step << " " << i;
@@ -298,8 +302,7 @@ TEST(DisplayGuis, ScopeDrawsTheCentreLineOnSilenceAndTheCrestsOfASine) {
     const int h = gui->area->bounds.h;
     std::vector<float> silence(400, 0.0f);
     scope->rings[0].Write(silence.data(), 1.0f, int(silence.size()));
-    e.native->Send(NativeEventKind::Timer, 1, 0);
-    e.Paint();
+    Tick(e);
     const int mid = h / 2;
     for (int x = 10; x < w - 10; x += 17) {
         EXPECT_GT(Green(PixelOf(*gui->area, x, mid)), 0xC0u) << x;
@@ -310,8 +313,7 @@ TEST(DisplayGuis, ScopeDrawsTheCentreLineOnSilenceAndTheCrestsOfASine) {
     for (size_t i = 0; i < sine.size(); ++i)
         sine[i] = float(std::sin(2.0 * std::numbers::pi * double(i) / 64.0));
     scope->rings[0].Write(sine.data(), 1.0f, int(sine.size()));
-    e.native->Send(NativeEventKind::Timer, 1, 0);
-    e.Paint();
+    Tick(e);
     int top = h, bottom = 0;
     for (int y = 0; y < h; ++y)
         for (int x = 2; x < w - 2; ++x)
@@ -358,8 +360,7 @@ TEST(DisplayGuis, FilterCurveFollowsTheGainTheAudioHasAcrossTheCutoff) {
     for (const Case& c : cases) {
         gui->ValueChanged(nullptr, 2, c.type);
         gui->ValueChanged(nullptr, 0, 0.5f);
-        e.native->Send(NativeEventKind::Timer, 1, 0);
-        e.Paint();
+        Tick(e);
         // The column of `hz` on the display's log axis, and where the audio's gain puts it.
         const double column = 64.0 * std::log(c.hz / 22.0) / std::log(22528.0 / 22.0);
         const int x = int(std::lround(1.0 + column * double(w - 2) / 64.0));
@@ -368,24 +369,6 @@ TEST(DisplayGuis, FilterCurveFollowsTheGainTheAudioHasAcrossTheCutoff) {
         EXPECT_NEAR(curveY(x), expectedY, 2.0) << "type " << c.type << " at " << c.hz << " Hz, gain " << gain;
     }
 }
-
-TEST(DisplayGuis, OutputBarEndsAtTheLevel) {
-    Editor e;
-    PatchBlock* b = e.AddFromMenu("Output/Output", 60, 60);
-    auto* gui = dynamic_cast<editor::OutputGui*>(e.WindowOf(b));
-    ASSERT_NE(gui, nullptr);
-    static_cast<COutputBlock*>(b->block)->meterLevel.store(0.5f);
-    e.native->Send(NativeEventKind::Timer, 1, 0);
-    e.Paint();
-    const int w = gui->area->bounds.w;
-    const int y = gui->area->bounds.h / 2;
-    EXPECT_GT(Green(PixelOf(*gui->area, w / 2 - 4, y)), 0xA0u);
-    EXPECT_LT(Green(PixelOf(*gui->area, w / 2 + 4, y)), 0x60u);
-}
-
-}  // namespace
-
-namespace {
 
 // Everything at once while a note plays: an oscillator into an amplifier shaped by an envelope,
 // the amplifier into a scope and through a VU meter (which runs only on a way to an output)
@@ -418,8 +401,7 @@ TEST(DisplayGuis, DisplaysFollowAPlayingPatchOnTheTick) {
     auto tick = [&](int blocks) {
         float left[kMaxFrames], right[kMaxFrames];
         for (int b = 0; b < blocks; ++b) doc.engine->Render({left, right}, kMaxFrames);
-        e.native->Send(NativeEventKind::Timer, 1, 0);
-        e.Paint();
+        Tick(e);
     };
     // Bright green pixels off the centre rows: the trace has left the line.
     auto traceAway = [&] {
@@ -460,9 +442,6 @@ TEST(DisplayGuis, DisplaysFollowAPlayingPatchOnTheTick) {
     EXPECT_LT(barLength(vuGui), vuPlaying / 2);
 }
 
-}  // namespace
-
-namespace {
 
 // A sine at the centre of bin `bin` of an `n`-point transform, `amplitude` as the capture
 // holds it (half the signal), written through the capture's writer side until it is full.
@@ -484,8 +463,7 @@ TEST(DisplayGuis, SpectrumBarPeaksAtTheSineBinAtFullScaleAndFallsBack) {
     ASSERT_NE(gui, nullptr);
     auto* spectrum = static_cast<CSpectrumBlock*>(b->block);
     FillCapture(spectrum->capture, CSpectrumBlock::kLength, 40, 0.5f);  // a full-scale sine
-    e.native->Send(NativeEventKind::Timer, 1, 0);
-    e.Paint();
+    Tick(e);
     const int h = gui->area->bounds.h;
     // Bar of bin b sits in column b (bin 0 is left out); the peak bar reaches the top.
     auto lit = [&](int column, int y) {
@@ -528,9 +506,6 @@ TEST(DisplayGuis, SpectrumAnalyserScrollsAColumnPerCaptureWithTheSineRowBrightes
     EXPECT_EQ(brightness(126, 37), 3 * 255);
 }
 
-}  // namespace
-
-namespace {
 
 // With "sync" on the trace starts at the last upward crossing before the middle of the newest
 // samples, so a sine's crest lands a quarter period in; without it the window simply ends at
@@ -563,8 +538,7 @@ TEST(DisplayGuis, ScopeSyncStartsTheTraceAtAnUpwardCrossing) {
         scope->rings[0].Reset();
         gui->channels[0] = {};
         scope->rings[0].Write(sine.data(), 1.0f, total);
-        e.native->Send(NativeEventKind::Timer, 1, 0);
-        e.Paint();
+        Tick(e);
         EXPECT_LE(topOfColumn(c.crestColumn), 2) << "sync " << c.sync;
     }
     const size_t steps = UndoSteps(e.doc);
@@ -573,9 +547,6 @@ TEST(DisplayGuis, ScopeSyncStartsTheTraceAtAnUpwardCrossing) {
     EXPECT_EQ(UndoSteps(e.doc), steps);
 }
 
-}  // namespace
-
-namespace {
 
 TEST(CurveEditors, KeyTrackDrawsOneValuePerKeyAndResetsToTheRisingLine) {
     Editor e;
@@ -612,9 +583,6 @@ TEST(PlayerGuis, KnobBlockShowsOneLargeKnobThatTurnsItsValue) {
     EXPECT_EQ(UndoSteps(e.doc), steps + 1);
 }
 
-}  // namespace
-
-namespace {
 
 // The EQ's curve: flat on the 0 dB line with every band off (all-passes keep the level); a
 // +12.5 dB peak on band 1 lifts the curve at that band's frequency by its gain and leaves the
@@ -638,8 +606,7 @@ TEST(DisplayGuis, EqCurveIsFlatWhenOffAndRisesByThePeakGain) {
     ASSERT_EQ(eq->bands[1].type, EqBand::kPeak);
     gui->ValueChanged(nullptr, 7, 0.75f);
     gui->ValueChanged(nullptr, 6, 0.2f);  // two octaves wide
-    e.native->Send(NativeEventKind::Timer, 1, 0);
-    e.Paint();
+    Tick(e);
     const double column = 64.0 * std::log(double(eq->bands[1].frequency) / 22.0) / std::log(22528.0 / 22.0);
     const int x = int(std::lround(1.0 + column * double(w - 2) / 64.0));
     EXPECT_NEAR(curveY(x), middle - 12.5f * perDb, 2.0);
@@ -647,13 +614,14 @@ TEST(DisplayGuis, EqCurveIsFlatWhenOffAndRisesByThePeakGain) {
     EXPECT_NEAR(curveY(w - 4), middle, 1);
 }
 
-// The three follower and trigger panels show their block's level on the output's bar.
-TEST(DisplayGuis, FollowerPanelsShowTheirLevel) {
+// The output and the three follower and trigger panels show their block's level on a bar.
+TEST(DisplayGuis, LevelBarsEndAtTheLevel) {
     struct Case {
         int type;
         void (*setLevel)(CAudioBlock*, float);
     };
     const Case cases[] = {
+        {0, [](CAudioBlock* b, float v) { static_cast<COutputBlock*>(b)->meterLevel.store(v); }},
         {51, [](CAudioBlock* b, float v) { static_cast<CEnvelopeFollower*>(b)->lastLevel[0] = v; }},
         {54, [](CAudioBlock* b, float v) { static_cast<CDynamicsFollower*>(b)->lastLevel[0] = v; }},
         {52, [](CAudioBlock* b, float v) { static_cast<CGlobalEnvTriggerBlock*>(b)->lastLevel.store(v); }},
@@ -662,11 +630,10 @@ TEST(DisplayGuis, FollowerPanelsShowTheirLevel) {
         Editor e;
         PatchBlock* b = e.doc.AddBlock(c.type, -1, 60, 60);
         ASSERT_NE(b, nullptr) << c.type;
-        auto* gui = dynamic_cast<editor::FollowerLevelGui*>(e.WindowOf(b));
+        auto* gui = dynamic_cast<editor::OutputGui*>(e.WindowOf(b));  // followers draw as outputs do
         ASSERT_NE(gui, nullptr) << c.type;
         c.setLevel(b->block, 0.5f);
-        e.native->Send(NativeEventKind::Timer, 1, 0);
-        e.Paint();
+        Tick(e);
         const int w = gui->area->bounds.w;
         const int y = gui->area->bounds.h / 2;
         EXPECT_GT(Green(PixelOf(*gui->area, w / 2 - 4, y)), 0xA0u) << c.type;
@@ -698,8 +665,7 @@ TEST(DisplayGuis, VuTrackerNeedleSwingsWithTheLevel) {
     for (float level : {1.0f, 0.05f}) {
         tracker->power[0] = level * level;
         tracker->active[0] = 1;
-        e.native->Send(NativeEventKind::Timer, 1, 0);
-        e.Paint();
+        Tick(e);
         EXPECT_GT(greenTop(level > 0.5f), 0) << level;
         EXPECT_EQ(greenTop(level < 0.5f), 0) << level;
     }
