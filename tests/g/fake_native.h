@@ -75,14 +75,20 @@ public:
 
     // [SECTION] Synthetic messages
     bool Send(G::NativeEventKind kind, int x = 0, int y = 0, unsigned modifiers = 0) {
-        return Dispatch({.kind = kind, .x = x, .y = y, .modifiers = modifiers});
+        G::NativeEvent event;
+        event.kind = kind, event.x = x, event.y = y, event.modifiers = modifiers;
+        return Dispatch(event);
     }
     bool Key(G::NativeEventKind kind, int key, unsigned modifiers = 0) {
-        return Dispatch({.kind = kind, .key = key, .modifiers = modifiers});
+        G::NativeEvent event;
+        event.kind = kind, event.key = key, event.modifiers = modifiers;
+        return Dispatch(event);
     }
     bool Wheel(int delta, bool horizontal = false) {
-        return Dispatch({.kind = horizontal ? G::NativeEventKind::HWheel : G::NativeEventKind::Wheel,
-                         .wheelDelta = delta});
+        G::NativeEvent event;
+        event.kind = horizontal ? G::NativeEventKind::HWheel : G::NativeEventKind::Wheel;
+        event.wheelDelta = delta;
+        return Dispatch(event);
     }
     bool Drop(const std::string& path) {
         return Dispatch({.kind = G::NativeEventKind::DropFiles, .files = {path}});
