@@ -181,6 +181,7 @@ namespace {
 
 std::mutex noteTablesMutex;
 int noteTablesUsers = 0;
+bool setsMapped = false;  // the tables lie in the mapped cache file, not on the heap
 
 // Harmonics whose frequency in this scale passes this limit are cut.
 constexpr double kNoteTableCutHz = 27500.0;
@@ -235,15 +236,17 @@ void NoteTables::Acquire() {
     std::lock_guard<std::mutex> lock(noteTablesMutex);
     if (noteTablesUsers++ > 0) return;
 
-    // One block for all waveforms; every table is written before it is read.
-    std::unique_ptr<Table[], TablesFree> made(AllocateTables());
     const std::string path = NoteTableCachePath();
-    if (path.empty() || !ReadCache(path, made.get())) {
+    const Table* block = path.empty() ? nullptr : MapCache(path);
+    setsMapped = block != nullptr;
+    if (!block) {
+        // One block for all waveforms; every table is written before it is read.
+        std::unique_ptr<Table[], TablesFree> made(AllocateTables());
         Build(made.get());
         // Only the cache is lost when it cannot be written.
         if (!path.empty()) WriteCache(path, made.get());
+        block = made.release();
     }
-    const Table* block = made.release();
     for (int w = 0; w < kNumWaveforms; ++w) sets[w] = block + w * kCount;
 }
 
@@ -251,6 +254,9 @@ void NoteTables::Release() {
     std::lock_guard<std::mutex> lock(noteTablesMutex);
     // An unmatched Release is a caller's bug; ignoring it beats freeing tables in use.
     if (noteTablesUsers == 0 || --noteTablesUsers > 0) return;
-    std::free(const_cast<Table*>(sets[0]));
+    if (setsMapped)
+        UnmapCache(sets[0]);
+    else
+        std::free(const_cast<Table*>(sets[0]));
     for (const Table*& tablesOfWave : sets) tablesOfWave = nullptr;
 }

@@ -69,9 +69,11 @@ public:
 
     // The cache file's contents: a header, then the kNumWaveforms * kCount tables as they lie
     // in memory, so a file from a machine of other byte order or float layout is refused.
-    // Read returns false, leaving `tables` in any state, for a file that is not exactly
-    // what Write makes. Write goes through a temporary file and a rename.
-    static bool ReadCache(const std::string& path, Table* tables);
+    // MapCache maps the file read-only and returns its tables, or null for a file that is not
+    // exactly what WriteCache makes; UnmapCache undoes it. WriteCache goes through a
+    // temporary file and a rename, so a mapped file is never changed under its readers.
+    static const Table* MapCache(const std::string& path);
+    static void UnmapCache(const Table* tables);
     static bool WriteCache(const std::string& path, const Table* tables);
 
 private:
