@@ -140,7 +140,9 @@ TEST(FormantWork, StaysFiniteAndBoundedOverLongNoiseWithMovingMorph) {
         EXPECT_GT(peak, 0.01f) << pair;
         EXPECT_LT(peak, 60.0f) << pair;
         // Blends away from the unstable middle keep to the level of the vowels themselves.
-        if (pair / 5 + pair % 5 != 4 || pair == 12) EXPECT_LT(peak, 2.0f) << pair;
+        if (pair / 5 + pair % 5 != 4 || pair == 12) {
+            EXPECT_LT(peak, 2.0f) << pair;
+        }
     }
 }
 

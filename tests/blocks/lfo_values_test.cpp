@@ -105,9 +105,15 @@ TEST(LfoShape, EachWaveformHasItsSignature) {
         }
         SCOPED_TRACE(c.shape);
         EXPECT_NEAR(peak, 0.25f, 0.02f);
-        if (c.stored == 0.0f || c.stored == 0.33f) EXPECT_LT(maxStep, 0.01f);
-        if (c.stored == 0.66f) EXPECT_GT(maxStep, 0.3f);
-        if (c.stored == 1.0f) EXPECT_LE(levels.size(), 24u);  // two levels and the table's band-limited edges
+        if (c.stored == 0.0f || c.stored == 0.33f) {
+            EXPECT_LT(maxStep, 0.01f);
+        }
+        if (c.stored == 0.66f) {
+            EXPECT_GT(maxStep, 0.3f);
+        }
+        if (c.stored == 1.0f) {
+            EXPECT_LE(levels.size(), 24u);  // two levels and the table's band-limited edges
+        }
     }
 }
 
