@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <limits>
 
 #include "app/note_arguments.h"
 
@@ -34,31 +35,55 @@ private:
 
 uint32_t BigEndian32(const unsigned char* p) { return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3]; }
 
-// The file's chunk structure, checked before libsmf sees it: a header chunk, then chunks
-// that each fit inside the file. libsmf accepts some cut-off files silently.
-void CheckChunks(const std::string& path) {
+uint16_t BigEndian16(const unsigned char* p) { return uint16_t(p[0] << 8 | p[1]); }
+
+// The whole file, its header and chunk structure checked before libsmf sees it: a header
+// chunk libsmf can read, then chunks that each fit inside the file, with as many track
+// chunks as the header declares. libsmf accepts some cut-off files silently, and leaks its
+// whole state on a header or a track count it refuses.
+std::string ReadCheckedFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) throw InputError(path + ": cannot read file: " + std::strerror(errno));
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // libsmf takes the length as an int.
+    if (bytes.size() > size_t(std::numeric_limits<int>::max()))
+        throw InputError(path + ": too large for a MIDI file");
     const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
     if (bytes.size() < 14 || std::memcmp(data, "MThd", 4) != 0)
         throw InputError(path + ": not a standard MIDI file (no \"MThd\" header)");
+    if (const uint32_t length = BigEndian32(data + 4); length != 6)
+        throw InputError(path + ": MIDI header chunk of " + std::to_string(length) + " bytes, not 6");
+    if (const int format = BigEndian16(data + 8); format > 1)
+        throw InputError(path + ": MIDI file format " + std::to_string(format) +
+                         "; only formats 0 and 1 can be read");
+    const int tracks = BigEndian16(data + 10);
+    if (tracks == 0) throw InputError(path + ": the MIDI header declares no tracks");
+    const uint16_t division = BigEndian16(data + 12);
+    if (division & 0x8000) throw InputError(path + ": MIDI file timed in SMPTE frames, which cannot be read");
+    if (division == 0) throw InputError(path + ": MIDI file with 0 ticks per quarter note");
     size_t at = 0;
+    int trackChunks = 0;
     while (at < bytes.size()) {
-        if (bytes.size() - at < 8) throw InputError(path + ": truncated MIDI file (a chunk header is cut off)");
+        if (bytes.size() - at < 8)
+            throw InputError(path + ": truncated MIDI file (a chunk header is cut off)");
         const uint32_t length = BigEndian32(data + at + 4);
         if (length > bytes.size() - at - 8)
             throw InputError(path + ": truncated MIDI file (a chunk ends past the end of the file)");
+        trackChunks += std::memcmp(data + at, "MTrk", 4) == 0;
         at += 8 + size_t(length);
     }
+    if (trackChunks < tracks)
+        throw InputError(path + ": the MIDI header declares " + std::to_string(tracks) +
+                         " tracks, the file holds " + std::to_string(trackChunks));
+    return bytes;
 }
 
 }  // namespace
 
 std::vector<MidiNoteEvent> ReadMidiFile(const std::string& path) {
-    CheckChunks(path);
+    const std::string bytes = ReadCheckedFile(path);
     LogCapture log;
-    smf_t* smf = smf_load(path.c_str());
+    smf_t* smf = smf_load_from_memory(bytes.data(), int(bytes.size()));
     if (!smf) {
         const std::string why = log.firstMessage.empty() ? "" : " (" + log.firstMessage + ")";
         throw InputError(path + ": cannot read MIDI file" + why);

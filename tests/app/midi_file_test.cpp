@@ -2,6 +2,7 @@
 // and files that are no MIDI files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -75,6 +76,35 @@ TEST(AppMidiFile, BrokenFilesAreReportedNotCrashedOn) {
         std::filesystem::remove(path);
     }
     EXPECT_THROW(ReadMidiFile("/nonexistent/song.mid"), InputError);
+}
+
+// Headers libsmf refuses (and would leak its state on) are refused first, naming the reason.
+TEST(AppMidiFile, HeadersLibsmfCannotReadAreRefusedWithTheReason) {
+    struct Case {
+        size_t at;
+        std::vector<uint8_t> bytes;  // replace the song's bytes from `at`
+        const char* reason;
+    };
+    const std::vector<Case> cases = {
+        {4, {0, 0, 0, 7}, "header chunk of 7 bytes"},
+        {8, {0, 2}, "format 2"},
+        {10, {0, 0}, "declares no tracks"},
+        {10, {0, 2}, "declares 2 tracks, the file holds 1"},
+        {12, {0xE7, 0x28}, "SMPTE"},
+        {12, {0, 0}, "0 ticks per quarter note"},
+    };
+    for (const Case& c : cases) {
+        std::vector<uint8_t> song = kSong;
+        std::copy(c.bytes.begin(), c.bytes.end(), song.begin() + long(c.at));
+        const std::string path = WriteTemp(song);
+        try {
+            ReadMidiFile(path);
+            ADD_FAILURE() << c.reason << ": was read";
+        } catch (const InputError& e) {
+            EXPECT_NE(std::string(e.what()).find(c.reason), std::string::npos) << e.what();
+        }
+        std::filesystem::remove(path);
+    }
 }
 
 }  // namespace
