@@ -104,6 +104,12 @@ std::string TextAttribute(const TiXmlElement& element, const char* name, const s
     return result;
 }
 
+void ParseXmlText(TiXmlDocument& xml, const std::string& text) {
+    constexpr size_t kLongestUtf8Sequence = 4;
+    const std::string padded = text + std::string(kLongestUtf8Sequence, '\0');
+    xml.Parse(padded.c_str());
+}
+
 float FloatAttribute(const TiXmlElement& element, const char* name, float missing) {
     const char* text = element.Attribute(name);
     return text ? ParseFloat(text) : missing;

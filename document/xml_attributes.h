@@ -8,6 +8,7 @@
 
 #include "engine/block_element.h"
 
+class TiXmlDocument;
 class TiXmlElement;
 
 namespace document {
@@ -25,6 +26,10 @@ float FloatAttribute(const TiXmlElement& element, const char* name, float missin
 // taken as the Latin-1 character it was most likely meant as.
 std::string TextAttribute(const TiXmlElement& element, const char* name, const std::string& missing);
 float ParseFloat(const char* text);
+// Parses untrusted text into `xml`. TinyXML steps over a UTF-8 sequence by the length its
+// lead byte announces, so a lead byte in the last bytes of the text carries its reads past
+// the terminating 0: the text is parsed from a copy with room for the longest sequence.
+void ParseXmlText(TiXmlDocument& xml, const std::string& text);
 int ParseInt(const char* text);
 
 // A block's view of its patch element. A view made over a const element ignores writes.

@@ -9,6 +9,7 @@
 #include <map>
 
 #include "document/vrok_doc.h"
+#include "document/xml_attributes.h"
 #include "engine/audio_block.h"
 #include "engine/log.h"
 
@@ -43,7 +44,7 @@ bool MadeSomething(Storable* storable) {
 
 void PasteBlock(VrokDoc& doc, const std::string& text, int x, int y) {
     TiXmlDocument xml;
-    xml.Parse(text.c_str());
+    document::ParseXmlText(xml, text);
     TiXmlElement* element = xml.Error() ? nullptr : xml.FirstChildElement("Block");
     if (!element) return;
     element->SetAttribute("POS", -1);
@@ -61,7 +62,7 @@ void PasteBlock(VrokDoc& doc, const std::string& text, int x, int y) {
 
 void PastePatch(VrokDoc& doc, const std::string& text, int x, int y) {
     TiXmlDocument xml;
-    xml.Parse(text.c_str());
+    document::ParseXmlText(xml, text);
     TiXmlElement* root = xml.Error() ? nullptr : xml.FirstChildElement("storables");
     if (!root) return;
     doc.ActionStart(nullptr);
