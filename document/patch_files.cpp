@@ -309,7 +309,7 @@ const TiXmlElement* ParsePatch(TiXmlDocument& xml, const std::string& name, cons
         Report(report, name, line, "elements nested more than " + std::to_string(kMaxNesting) + " deep; not a patch");
         return nullptr;
     }
-    xml.Parse(text.c_str());
+    document::ParseXmlText(xml, text);
     if (xml.Error()) {
         Report(report, name, xml.ErrorRow(), XmlError(xml));
         return nullptr;

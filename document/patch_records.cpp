@@ -19,6 +19,7 @@ using document::FloatAttribute;
 using document::IntAttribute;
 using document::SetFloatAttribute;
 using document::SetIntAttribute;
+using document::TextAttribute;
 
 // [SECTION] PatchBlock
 
@@ -57,8 +58,7 @@ void PatchBlock::Load(const TiXmlElement& element) {
     x = IntAttribute(element, "X", 0);
     y = IntAttribute(element, "Y", 0);
     pos = IntAttribute(element, "POS", -1);
-    const char* key = element.Attribute("SAMPLE");
-    sampleKey = key ? key : "";
+    sampleKey = TextAttribute(element, "SAMPLE", "");
 
     int slot = pos;
     if (block) {
@@ -305,10 +305,8 @@ void SampleContainer::Save(TiXmlElement& element) {
 
 void SampleContainer::Load(const TiXmlElement& element) {
     problems.clear();
-    const char* name = element.Attribute("samplename");
-    sampleName = name ? name : "Undefined";
-    const char* key = element.Attribute("samplekey");
-    sampleKey = key ? key : "";
+    sampleName = TextAttribute(element, "samplename", "Undefined");
+    sampleKey = TextAttribute(element, "samplekey", "");
 
     std::vector<float> samples;
     if (const char* text = element.Attribute("sampledata")) {

@@ -109,7 +109,10 @@ Storable* VrokDoc::Create(const std::string& elementName, const TiXmlElement& el
             break;
         default: return nullptr;
     }
-    storable->id = document::IntAttribute(element, "ID", -1);
+    // The global record is one object that a GLOBAL element loads into in place: while it is
+    // registered it keeps its id, so that an undo item captured before a paste finds it.
+    if (storable != global.get() || storable->owner != this)
+        storable->id = document::IntAttribute(element, "ID", -1);
     Register(storable);
     storable->Load(element);
     if (kind->second == kSampleKind) {

@@ -56,6 +56,60 @@ int IntAttribute(const TiXmlElement& element, const char* name, int missing) {
     return text ? ParseInt(text) : missing;
 }
 
+namespace {
+
+// Length of the valid UTF-8 sequence at `text`, or 0 when there is none.
+int Utf8SequenceLength(const unsigned char* text) {
+    const unsigned char lead = text[0];
+    if (lead < 0x80) return 1;
+    // The second byte's range, narrowed where a wider one would allow overlong forms,
+    // surrogates or code points past U+10FFFF.
+    int length = 0;
+    unsigned char low = 0x80, high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        if (lead == 0xE0) low = 0xA0;
+        if (lead == 0xED) high = 0x9F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+    } else {
+        return 0;
+    }
+    if (text[1] < low || text[1] > high) return 0;
+    for (int i = 2; i < length; ++i)
+        if (text[i] < 0x80 || text[i] > 0xBF) return 0;  // the terminating 0 stops here too
+    return length;
+}
+
+}  // namespace
+
+std::string TextAttribute(const TiXmlElement& element, const char* name, const std::string& missing) {
+    const char* text = element.Attribute(name);
+    if (!text) return missing;
+    std::string result;
+    for (const auto* p = reinterpret_cast<const unsigned char*>(text); *p;) {
+        if (const int length = Utf8SequenceLength(p)) {
+            result.append(reinterpret_cast<const char*>(p), size_t(length));
+            p += length;
+        } else {
+            result += char(0xC0 | *p >> 6);
+            result += char(0x80 | (*p & 0x3F));
+            ++p;
+        }
+    }
+    return result;
+}
+
+void ParseXmlText(TiXmlDocument& xml, const std::string& text) {
+    constexpr size_t kLongestUtf8Sequence = 4;
+    const std::string padded = text + std::string(kLongestUtf8Sequence, '\0');
+    xml.Parse(padded.c_str());
+}
+
 float FloatAttribute(const TiXmlElement& element, const char* name, float missing) {
     const char* text = element.Attribute(name);
     return text ? ParseFloat(text) : missing;

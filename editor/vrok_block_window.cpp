@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "document/vrok_doc.h"
+#include "document/xml_attributes.h"
 #include "editor/editor_menus.h"
 #include "editor/param_widgets.h"
 #include "editor/vrok_doc_window.h"
@@ -364,7 +365,7 @@ bool VrokBlockWindow::OnKeyDown(int key) {
         const std::string text = canvas->ClipboardText();
         if (text.rfind(kBlockPrefix, 0) == 0) {
             TiXmlDocument xml;
-            xml.Parse(text.c_str() + std::char_traits<char>::length(kBlockPrefix));
+            document::ParseXmlText(xml, text.substr(std::char_traits<char>::length(kBlockPrefix)));
             TiXmlElement* element = xml.Error() ? nullptr : xml.FirstChildElement("Block");
             int type = -1;
             if (element && element->QueryIntAttribute("TYPE", &type) == TIXML_SUCCESS &&

@@ -203,8 +203,6 @@ private:
     void MakeBlockWindow(PatchBlock* patchBlock);
     void MakeConnectionWindow(PatchConnection* connection);
     void PlaceWindows();
-    void PasteBlock(const std::string& xml, int x, int y);
-    void PastePatch(const std::string& xml, int x, int y);
     void MessageBox(const std::string& text, const std::string& title);
 
     std::string name;

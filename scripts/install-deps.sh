@@ -5,6 +5,8 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config ccache
+  # clang with libFuzzer and the sanitizer runtimes, for scripts/fuzz.sh.
+  clang libclang-rt-14-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libfftw3-dev libsndfile1-dev libsamplerate0-dev libsmf-dev
   libtinyxml-dev libcli11-dev nlohmann-json3-dev

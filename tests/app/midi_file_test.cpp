@@ -2,6 +2,7 @@
 // and files that are no MIDI files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -75,6 +76,63 @@ TEST(AppMidiFile, BrokenFilesAreReportedNotCrashedOn) {
         std::filesystem::remove(path);
     }
     EXPECT_THROW(ReadMidiFile("/nonexistent/song.mid"), InputError);
+}
+
+// Headers libsmf refuses (and would leak its state on) are refused first, naming the reason.
+TEST(AppMidiFile, HeadersLibsmfCannotReadAreRefusedWithTheReason) {
+    struct Case {
+        size_t at;
+        std::vector<uint8_t> bytes;  // replace the song's bytes from `at`
+        const char* reason;
+    };
+    const std::vector<Case> cases = {
+        {4, {0, 0, 0, 7}, "header chunk of 7 bytes"},
+        {8, {0, 2}, "format 2"},
+        {10, {0, 0}, "declares no tracks"},
+        {10, {0, 2}, "declares 2 tracks, the file holds 1"},
+        {12, {0xE7, 0x28}, "SMPTE"},
+        {12, {0, 0}, "0 ticks per quarter note"},
+    };
+    for (const Case& c : cases) {
+        std::vector<uint8_t> song = kSong;
+        std::copy(c.bytes.begin(), c.bytes.end(), song.begin() + long(c.at));
+        const std::string path = WriteTemp(song);
+        try {
+            ReadMidiFile(path);
+            ADD_FAILURE() << c.reason << ": was read";
+        } catch (const InputError& e) {
+            EXPECT_NE(std::string(e.what()).find(c.reason), std::string::npos) << e.what();
+        }
+        std::filesystem::remove(path);
+    }
+}
+
+// Tracks that libsmf would abort the process on, or cannot read, are refused first.
+TEST(AppMidiFile, TracksLibsmfCannotReadAreRefusedWithTheReason) {
+    const std::vector<std::pair<std::vector<uint8_t>, const char*>> tracks = {
+        {{0x00, 0x90, 60, 100, 0x10, 0x80, 60, 0}, "has no end-of-track event"},
+        {{0x00, 0x90, 60, 100, 0x10, 60, 0}, "has no end-of-track event"},  // running status
+        {{0x00, 0xF0, 0x01, 0x7F, 0x00, 0x10, 0x00, 0xFF, 0x2F, 0x00}, "running status after a system exclusive"},
+        {{0x00, 0xFF, 0x01, 0x05, 'a', 'b'}, "cut off inside an event"},
+        {{0x00, 0xF7, 0x01, 0x7F, 0x00, 0xFF, 0x2F, 0x00}, "escaped or undefined system event"},
+        {{0x00, 0x40, 0x00, 0x00, 0xFF, 0x2F, 0x00}, "data without a status"},
+        {{0x80, 0x80, 0x80, 0x80, 0x00, 0xFF, 0x2F, 0x00}, "unreadable event time"},
+    };
+    for (const auto& [events, reason] : tracks) {
+        std::vector<uint8_t> song = {'M', 'T', 'h', 'd', 0, 0, 0, 6, 0, 0, 0, 1, 0, 96, 'M', 'T', 'r', 'k', 0, 0, 0,
+                                     uint8_t(events.size())};
+        song.insert(song.end(), events.begin(), events.end());
+        const std::string path = WriteTemp(song);
+        try {
+            ReadMidiFile(path);
+            ADD_FAILURE() << reason << ": was read";
+        } catch (const InputError& e) {
+            const std::string what = e.what();
+            EXPECT_TRUE(what.find("MIDI track 1 ") != std::string::npos && what.find(reason) != std::string::npos)
+                << what;
+        }
+        std::filesystem::remove(path);
+    }
 }
 
 }  // namespace

@@ -277,3 +277,33 @@ TEST(SampleLink, SurvivesPasteInEitherOrderAndDeleteUndo) {
     EXPECT_EQ(Player(sampler).sample, source.FindSample(key));
     EXPECT_FALSE(source.AssignSample(source.FindBlock(0), source.FindSample(key))) << "not a sampler";
 }
+
+// A file without an encoding declaration is read byte for byte but written back as UTF-8:
+// names must come out as valid UTF-8 (stray bytes as the Latin-1 characters they were), or
+// a stray byte swallows the closing quote and the saved patch no longer loads.
+TEST(SampleData, NamesFromUndeclaredFilesSaveAsUtf8ThatLoadsAgain) {
+    const struct {
+        const char* written;
+        const char* read;
+    } cases[] = {
+        {"plain", "plain"},
+        {"caf\xC3\xA9", "caf\xC3\xA9"},                  // valid UTF-8 stays
+        {"caf\xE9", "caf\xC3\xA9"},                      // Latin-1 e acute
+        {"to\xF4ne", "to\xC3\xB4ne"},                    // a lead byte that would eat the quote
+        {"\xED\xA0\x80", "\xC3\xAD\xC2\xA0\xC2\x80"},    // a surrogate is no UTF-8
+        {"\xF0\x9F\x8E\xB9 keys", "\xF0\x9F\x8E\xB9 keys"},
+    };
+    for (const auto& c : cases) {
+        VrokDoc doc;
+        const std::string patch = std::string("<storables><SAMPLE ID=\"1\" samplename=\"") + c.written +
+                                  "\" samplekey=\"" + c.written + "\" /></storables>";
+        ASSERT_TRUE(doc.ReadXml(patch)) << c.written;
+        ASSERT_EQ(doc.samples.size(), 1u);
+        EXPECT_EQ(doc.samples[0]->sampleName, c.read);
+        EXPECT_EQ(doc.samples[0]->sampleKey, c.read);
+        VrokDoc again;
+        ASSERT_TRUE(again.ReadXml(doc.WriteXml())) << c.written;
+        ASSERT_EQ(again.samples.size(), 1u);
+        EXPECT_EQ(again.samples[0]->sampleName, c.read);
+    }
+}

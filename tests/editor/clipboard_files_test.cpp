@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <limits>
 
+#include "editor/clipboard_paste.h"
 #include "editor/global_gui.h"
 #include "editor/top_bar.h"
 #include "editor_fixture.h"
@@ -111,6 +113,43 @@ TEST(Clipboard, HandWrittenBlockAndPatchTextsPaste) {
     // With no prefix the text is a patch too.
     PasteAt(e, "<storables><BLOCK ID=\"1\" TYPE=\"7\" X=\"0\" Y=\"0\" /></storables>", 500, 100);
     EXPECT_EQ(e.doc.patchBlocks.size(), 4u);
+}
+
+// A pasted GLOBAL loads into the one global record in place; its id in the text must not
+// rename the record, or undo could not find it and redo would drop the pasted settings.
+TEST(Clipboard, PastedGlobalSettingsUndoAndRedo) {
+    Editor e;
+    const int globalId = e.doc.global->id;
+    PasteAt(e, "[Patch]<storables><GLOBAL ID=\"40\" Param_Polyphony=\"0.0625\" /></storables>", 300, 300);
+    EXPECT_FLOAT_EQ(e.doc.global->Value("Param_Polyphony"), 0.0625f);
+    EXPECT_EQ(e.doc.global->id, globalId);
+    e.doc.Undo();
+    EXPECT_FLOAT_EQ(e.doc.global->Value("Param_Polyphony"), 0.5f);
+    e.doc.Redo();
+    EXPECT_FLOAT_EQ(e.doc.global->Value("Param_Polyphony"), 0.0625f);
+    EXPECT_EQ(e.doc.objects.at(globalId), e.doc.global.get());
+}
+
+// Places and ids are offset by the paste; text holding the extremes of int must land inside
+// 0..INT_MAX and give ids the registry accepts, not overflow.
+TEST(Clipboard, ExtremePlacesAndIdsStayInRange) {
+    VrokDoc doc;
+    doc.ClearAll();
+    constexpr int kMax = std::numeric_limits<int>::max();
+    editor::PasteClipboardText(doc,
+                               "[Patch]<storables>"
+                               "<BLOCK ID=\"2147483647\" TYPE=\"7\" X=\"2147483647\" Y=\"-2147483648\" />"
+                               "<BLOCK ID=\"5\" TYPE=\"7\" X=\"-2147483648\" Y=\"2147483647\" />"
+                               "</storables>",
+                               20, 30);
+    ASSERT_EQ(doc.patchBlocks.size(), 2u);
+    EXPECT_EQ(doc.patchBlocks[0]->block->posX, kMax);
+    EXPECT_EQ(doc.patchBlocks[0]->block->posY, 30);
+    EXPECT_EQ(doc.patchBlocks[1]->block->posX, 20);
+    EXPECT_EQ(doc.patchBlocks[1]->block->posY, kMax);
+    for (const auto& patchBlock : doc.patchBlocks) EXPECT_GE(patchBlock->id, 0);
+    VrokDoc again;
+    EXPECT_TRUE(again.ReadXml(doc.WriteXml()));
 }
 
 TEST(Clipboard, GarbageAndUnknownTypesChangeNothing) {
