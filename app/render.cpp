@@ -15,7 +15,7 @@ namespace {
 
 // From the host's sample scale back to -1..1. Dividing by a power of two is exact, so the
 // multiply the compiler makes of it changes nothing.
-VROK_AVX2_CLONES void Unscale(float* samples, int n) {
+[[gnu::always_inline]] inline void Unscale(float* samples, int n) {
     for (int i = 0; i < n; ++i) samples[i] /= kHostScale;
 }
 
@@ -174,7 +174,7 @@ RenderStats RenderWithMachine(mi& machine, const CommandLineHost& host, const Re
             std::fill(buffer + 2 * fedFrames, buffer + 2 * n, 0.0f);
         }
         machine.Work(buffer, n, mode);
-        Unscale(buffer, 2 * n);
+        RunLoop<Unscale>(buffer, 2 * n);
         // Only a render without a set length stops on silence.
         if (totalFrames < 0 && frame >= last) {
             int i = n;

@@ -7,12 +7,22 @@
 #include <immintrin.h>
 
 #define VROK_AVX2 __attribute__((target("avx2")))
-// Plain loops the compiler vectorises, built for AVX2 and for the baseline; the loader
-// picks one for the processor.
-#define VROK_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
 
 // Whether the processor runs AVX2; asked once, before any audio runs.
 bool CpuHasAvx2();
+
+// A plain loop the compiler vectorises, compiled a second time for AVX2 and run that way
+// where the processor has it. `Loop` must be always_inline so that it is compiled inside
+// each caller. (Not target_clones: its resolvers run while libraries load, before a
+// sanitizer's runtime is up, and crash it.)
+template <auto Loop, class... Args>
+VROK_AVX2 auto RunLoopAvx2(Args... args) {
+    return Loop(args...);
+}
+template <auto Loop, class... Args>
+auto RunLoop(Args... args) {
+    return CpuHasAvx2() ? RunLoopAvx2<Loop>(args...) : Loop(args...);
+}
 
 // Rows to lanes and back: r[k] element j becomes r[j] element k.
 VROK_AVX2 inline void Transpose8(__m256 (&r)[8]) {
@@ -33,6 +43,9 @@ VROK_AVX2 inline void Transpose8(__m256 (&r)[8]) {
     }
 }
 #else
-#define VROK_AVX2_CLONES
 inline bool CpuHasAvx2() { return false; }
+template <auto Loop, class... Args>
+auto RunLoop(Args... args) {
+    return Loop(args...);
+}
 #endif

@@ -30,7 +30,7 @@ constexpr uint32_t kReadChunk = 64u * 1024u;
 // waiting for the one before. It differs from the one-by-one sum only in rounding; whether
 // it is above 0, all that Work answers, is the same, since no square is negative and a NaN
 // or an infinity reaches the total either way.
-VROK_AVX2_CLONES float SumOfSquares(const float* x, int n) {
+[[gnu::always_inline]] inline float SumOfSquares(const float* x, int n) {
     constexpr int kLanes = 8;
     float lanes[kLanes] = {};
     int i = 0;
@@ -42,7 +42,7 @@ VROK_AVX2_CLONES float SumOfSquares(const float* x, int n) {
     return sum;
 }
 
-VROK_AVX2_CLONES void Deinterleave(const float* __restrict both, float* __restrict left, float* __restrict right,
+[[gnu::always_inline]] inline void Deinterleave(const float* __restrict both, float* __restrict left, float* __restrict right,
                                    int n) {
     for (int i = 0; i < n; ++i) {
         left[i] = both[2 * i];
@@ -50,7 +50,7 @@ VROK_AVX2_CLONES void Deinterleave(const float* __restrict both, float* __restri
     }
 }
 
-VROK_AVX2_CLONES void Interleave(const float* __restrict left, const float* __restrict right, float* __restrict both,
+[[gnu::always_inline]] inline void Interleave(const float* __restrict left, const float* __restrict right, float* __restrict both,
                                  int n) {
     for (int i = 0; i < n; ++i) {
         both[2 * i] = left[i];
@@ -309,7 +309,7 @@ bool mi::Work(float* samples, int numSamples, int mode) {
         const int n = std::min(kMaxFrames, numSamples - start);
         float* piece = samples + 2 * start;
         if (mode & kWorkRead) {
-            Deinterleave(piece, inputLeft, inputRight, n);
+            RunLoop<Deinterleave>(piece, inputLeft, inputRight, n);
         } else {
             std::fill_n(inputLeft, n, 0.0f);
             std::fill_n(inputRight, n, 0.0f);
@@ -319,11 +319,11 @@ bool mi::Work(float* samples, int numSamples, int mode) {
         std::fill_n(inputRight, n, 0.0f);
         engine.samplesPerBar = master.samplesPerTick * master.ticksPerBeat * 4;
         engine.Render(rows, n);
-        Interleave(inputLeft, inputRight, piece, n);
+        RunLoop<Interleave>(inputLeft, inputRight, piece, n);
     }
     // Element i, not frame i: the sum covers the first half of the interleaved buffer,
     // left and right in turn. Hosts have always seen it this way; keep it.
-    energy = SumOfSquares(samples, numSamples);
+    energy = RunLoop<SumOfSquares>(samples, numSamples);
     return energy > 0.0f;
 }
 
