@@ -213,8 +213,8 @@ void NoteTables::Build(Table* tables) {
 
 namespace {
 
-// The note tables fill 4 MiB. Asked for in 2 MiB pages where the kernel offers them, they
-// arrive in two page faults instead of a thousand, which is most of a short render's start.
+// Tables built without a cache fill 4 MiB. Asked for in 2 MiB pages where the kernel offers
+// them, they arrive in two page faults instead of a thousand.
 NoteTables::Table* AllocateTables() {
     constexpr size_t kBytes = sizeof(NoteTables::Table) * kNumWaveforms * NoteTables::kCount;
     constexpr size_t kHugePage = size_t(2) << 20;
