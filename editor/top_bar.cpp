@@ -18,8 +18,6 @@ constexpr int kButtonHeight = 12;
 constexpr int kTextLeft = 17;
 constexpr G::Color kRule = 0xFF999F9D;
 constexpr G::Color kIdleText = 0xFF646464;
-constexpr G::Color kHoverText = 0xFF963200;
-constexpr G::Color kPressedText = 0xFF640A00;
 constexpr int kInstrumentColor = 16;
 constexpr int kEffectColor = 20;
 
@@ -110,11 +108,11 @@ bool TopBar::OnDraw(G::Renderer& renderer, G::Rect) {
 }
 
 void TopBar::PaintItem(int id, G::Renderer& renderer, const G::Rect& area, int state) {
-    const G::Color ink = state == 2 ? kPressedText : state == 1 ? kHoverText : kIdleText;
+    const G::Color ink = G::CaptionInk(state, kIdleText);
     renderer.DrawText(Caption(id), G::Rect{area.x + 2, area.y, area.w - 2, area.h}, G::theme::BoldFont(),
                       G::TextAlign{0, 1}, ink);
     if (state == 1) {
-        renderer.DrawLine(G::Pen{kHoverText, 1.0f}, float(area.x + 1), area.y + area.h - 0.5f,
+        renderer.DrawLine(G::Pen{G::kCaptionHoverInk, 1.0f}, float(area.x + 1), area.y + area.h - 0.5f,
                           float(area.x + area.w - 1), area.y + area.h - 0.5f);
     }
 }

@@ -12,6 +12,14 @@
 
 namespace G {
 
+// The caption colour of an owner-drawn text button in press state `state` (0 idle, 1 hover,
+// 2 pressed): the bars' shared hover and pressed inks, `idle` otherwise.
+constexpr Color kCaptionHoverInk = 0xFF963200;
+constexpr Color kCaptionPressedInk = 0xFF640A00;
+constexpr Color CaptionInk(int state, Color idle) {
+    return state == 2 ? kCaptionPressedInk : state == 1 ? kCaptionHoverInk : idle;
+}
+
 class CustomButton : public CustomControl {
 public:
     static constexpr int kLookFlat = 1;        // bevel and bold caption

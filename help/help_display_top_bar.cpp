@@ -13,8 +13,6 @@ constexpr G::Color kBar = 0xFFD9DDE3;
 constexpr G::Color kRule = 0xFF999F9D;
 constexpr G::Color kIdleText = 0xFF464646;
 constexpr G::Color kFaintText = 0xFFA8ACB0;
-constexpr G::Color kHoverText = 0xFF963200;
-constexpr G::Color kPressedText = 0xFF640A00;
 constexpr G::Color kLockedFill = 0xFF4A5A70;
 
 }  // namespace
@@ -92,10 +90,7 @@ bool HelpDisplayTopBar::OnDraw(G::Renderer& renderer, G::Rect) {
 void HelpDisplayTopBar::PaintItem(int id, G::Renderer& renderer, const G::Rect& area, int state) {
     renderer.FillRect(G::Brush::Solid(kBar),
                       G::FloatRect{float(area.x), float(area.y), float(area.w), float(area.h)});
-    G::Color ink = !Enabled(id) ? kFaintText
-                   : state == 2 ? kPressedText
-                   : state == 1 ? kHoverText
-                                : kIdleText;
+    G::Color ink = Enabled(id) ? G::CaptionInk(state, kIdleText) : kFaintText;
     if (id == kLock && display->Locked()) {
         renderer.FillRect(G::Brush::Solid(kLockedFill),
                           G::FloatRect{float(area.x), float(area.y), float(area.w), float(area.h)});
